@@ -1,0 +1,28 @@
+# corvane_library(NAME SOURCES... [LINK TARGETS...]): a static library corvane_NAME with the alias corvane::NAME.
+function(corvane_library name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LINK")
+    add_library(corvane_${name} ${arg_UNPARSED_ARGUMENTS})
+    add_library(corvane::${name} ALIAS corvane_${name})
+    set_target_properties(corvane_${name} PROPERTIES EXPORT_NAME ${name})
+    target_include_directories(corvane_${name} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    target_compile_features(corvane_${name} PUBLIC cxx_std_20)
+    target_link_libraries(corvane_${name} PUBLIC ${arg_LINK})
+    corvane_warnings(corvane_${name})
+endfunction()
+
+# The warnings that this project's own targets are held to.
+function(corvane_warnings target)
+    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wnon-virtual-dtor
+        $<$<BOOL:${CORVANE_WARNINGS_AS_ERRORS}>:-Werror>)
+endfunction()
+
+# corvane_test(NAME SOURCES... [LINK TARGETS...]): a GoogleTest program, registered with ctest case by case.
+function(corvane_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LINK")
+    add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
+    target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gmock GTest::gtest_main)
+    corvane_warnings(${name})
+    add_test(NAME ${name} COMMAND ${name})
+endfunction()
