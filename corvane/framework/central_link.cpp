@@ -51,6 +51,12 @@ void CentralLink::write(const PeripheralRef& on, const CharacteristicRef& to, By
     if (owner_ && on) on->writeValue(value, *to, type);
 }
 
+void CentralLink::request(Bytes command) {
+    if (!peripheral || !characteristic) return;
+    subscribe(peripheral, characteristic);
+    write(peripheral, characteristic, command);
+}
+
 void CentralLink::log(std::string_view line) {
     if (owner_) platform_.log(line);
 }

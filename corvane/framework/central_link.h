@@ -96,6 +96,9 @@ protected:
     void subscribe(const PeripheralRef& on, const CharacteristicRef& to);
     void write(const PeripheralRef& on, const CharacteristicRef& to, Bytes value,
                CBCharacteristicWriteType type = CBCharacteristicWriteType::withResponse);
+    /// Subscribes to the kept characteristic and writes the command to it; nothing while one is not there
+    /// yet.
+    void request(Bytes command);
     void log(std::string_view line);
     /// Runs the task once the main queue is free.
     void post(std::function<void()> task);
@@ -146,10 +149,16 @@ protected:
     Session(const LinkProfile& profile, bool autoResult, Platform& platform)
         : CentralLink(profile, platform), autoResult(autoResult) {}
 
+    /// Keeps the record as the result.
+    void store(Info info) { result = std::make_shared<const Info>(std::move(info)); }
+
     /// Keeps the record as the result, and pushes it to the application if it wants that.
     void deliver(Info info) {
-        result = std::make_shared<const Info>(std::move(info));
-        if (autoResult) report(StateDeviceLoading<Info>::success(result));
+        store(std::move(info));
+        if (autoResult) reportSuccess(result);
+    }
+    void reportSuccess(std::shared_ptr<const Info> info) {
+        report(StateDeviceLoading<Info>::success(std::move(info)));
     }
     void report(const StateDeviceLoading<Info>& state) {
         if (auto* device = static_cast<Device<Info>*>(owner())) device->stateLoading(state);

@@ -88,14 +88,18 @@ std::size_t utf8CharacterLength(std::string_view text) {
     return length;
 }
 
+bool isUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t length = utf8CharacterLength(text);
+        if (length == 0) return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
 std::optional<std::string_view> utf8Text(Bytes bytes) {
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    for (std::string_view rest = text; !rest.empty();) {
-        const std::size_t length = utf8CharacterLength(rest);
-        if (length == 0) return std::nullopt;
-        rest.remove_prefix(length);
-    }
-    return text;
+    return isUtf8(text) ? std::optional(text) : std::nullopt;
 }
 
 std::optional<std::string> base64Decoded(std::string_view text) {

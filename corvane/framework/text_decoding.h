@@ -15,7 +15,10 @@ namespace corvane {
 /// Bytes of the well-formed UTF-8 character that `text` begins with; 0 when it does not begin with one.
 std::size_t utf8CharacterLength(std::string_view text);
 
-/// The bytes as text, if they are well-formed UTF-8 (no overlong forms, no surrogates). The view shares the
+/// Whether the text is well-formed UTF-8 throughout: no overlong forms, no surrogates.
+bool isUtf8(std::string_view text);
+
+/// The bytes as text, if they are well-formed UTF-8. The view shares the
 /// bytes' lifetime.
 std::optional<std::string_view> utf8Text(Bytes bytes);
 

@@ -16,6 +16,7 @@
 //  harmless.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -28,6 +29,8 @@
 namespace corvane {
 
 using Bytes = std::span<const std::uint8_t>;
+
+inline bool isSame(Bytes a, Bytes b) { return std::equal(a.begin(), a.end(), b.begin(), b.end()); }
 
 /// State of the Bluetooth adapter. A new central says `unknown` until its first state event.
 enum class CBManagerState { unknown, resetting, unsupported, unauthorized, poweredOff, poweredOn };
