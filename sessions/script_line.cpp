@@ -1,0 +1,151 @@
+#include "sessions/script_line.h"
+
+#include <charconv>
+#include <limits>
+
+namespace corvane::sessions {
+namespace {
+
+[[noreturn]] void fail(std::string_view key, std::string_view what) {
+    throw ScriptError("\"" + std::string(key) + "\" " + std::string(what));
+}
+
+std::string decimalText(double value) {
+    char buffer[32];
+    const auto end = std::to_chars(std::begin(buffer), std::end(buffer), value).ptr;
+    std::string text(buffer, end);
+    if (text.find_first_of(".e") == std::string::npos) text += ".0";
+    return text;
+}
+
+/// Notes a key that an object has twice, which the library itself would let pass.
+class DuplicateKeys {
+public:
+    bool operator()(int depth, Json::parse_event_t event, Json& parsed) {
+        if (event == Json::parse_event_t::key && depth == 1 &&
+            !seen_.insert(parsed.get_ref<const std::string&>()).second)
+            fail(parsed.get_ref<const std::string&>(), "stands there twice");
+        return true;
+    }
+
+private:
+    std::set<std::string> seen_;
+};
+
+CBUUID uuidFrom(const Json& value, std::string_view key) {
+    const auto uuid = value.is_string() ? CBUUID::parse(value.get_ref<const std::string&>()) : std::nullopt;
+    if (!uuid) fail(key, "is no UUID");
+    return *uuid;
+}
+
+std::uint8_t byteFrom(std::string_view digits, std::string_view key) {
+    std::uint8_t byte = 0;
+    if (std::from_chars(digits.data(), digits.data() + 2, byte, 16).ptr != digits.data() + 2)
+        fail(key, "has a digit that is not hexadecimal");
+    return byte;
+}
+
+}  // namespace
+
+std::string jsonText(const Json& value) {
+    if (value.is_number_float()) return decimalText(value.get<double>());
+    if (!value.is_structured()) return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    std::string text(1, value.is_object() ? '{' : '[');
+    for (const auto& [key, element] : value.items()) {
+        if (text.size() > 1) text += ',';
+        if (value.is_object()) text += jsonText(Json(key)) + ':';
+        text += jsonText(element);
+    }
+    return text += value.is_object() ? '}' : ']';
+}
+
+ScriptLine ScriptLine::parse(std::string_view text) {
+    if (text.substr(0, 3) == "\xEF\xBB\xBF") throw ScriptError("begins with a byte order mark");
+    try {
+        Json object = Json::parse(text, DuplicateKeys());
+        if (!object.is_object()) throw ScriptError("is no JSON object");
+        return ScriptLine(std::move(object));
+    } catch (const Json::exception& error) {
+        throw ScriptError(std::string("is no JSON: ") + error.what());
+    }
+}
+
+const Json* ScriptLine::find(const std::string& key) {
+    asked_.insert(key);
+    const auto found = object_.find(key);
+    return found == object_.end() ? nullptr : &*found;
+}
+
+const Json& ScriptLine::at(const std::string& key) {
+    const Json* value = find(key);
+    if (!value) fail(key, "is missing");
+    return *value;
+}
+
+std::string ScriptLine::text(const std::string& key) {
+    const Json& value = at(key);
+    if (!value.is_string()) fail(key, "is no text");
+    return value;
+}
+
+std::optional<std::string> ScriptLine::textOrNull(const std::string& key) {
+    if (at(key).is_null()) return std::nullopt;
+    return text(key);
+}
+
+bool ScriptLine::flag(const std::string& key) {
+    const Json& value = at(key);
+    if (!value.is_boolean()) fail(key, "is neither true nor false");
+    return value;
+}
+
+double ScriptLine::number(const std::string& key) {
+    const Json& value = at(key);
+    if (!value.is_number()) fail(key, "is no number");
+    return value;
+}
+
+std::int64_t ScriptLine::wholeNumber(const std::string& key) {
+    const Json& value = at(key);
+    const bool tooLarge =
+        value.is_number_unsigned() &&
+        value.get<std::uint64_t>() > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    if (!value.is_number_integer() || tooLarge) fail(key, "is no whole number");
+    return value;
+}
+
+std::size_t ScriptLine::count(const std::string& key, std::size_t first) {
+    const std::int64_t value = wholeNumber(key);
+    if (value < 0 || static_cast<std::size_t>(value) < first)
+        fail(key, "is less than " + std::to_string(first));
+    return static_cast<std::size_t>(value);
+}
+
+CBUUID ScriptLine::uuid(const std::string& key) { return uuidFrom(at(key), key); }
+
+std::optional<std::vector<CBUUID>> ScriptLine::uuids(const std::string& key) {
+    const Json& value = at(key);
+    if (value.is_null()) return std::nullopt;
+    if (!value.is_array()) fail(key, "is neither a list nor null");
+    std::vector<CBUUID> list;
+    for (const Json& element : value) list.push_back(uuidFrom(element, key));
+    return list;
+}
+
+std::optional<std::vector<std::uint8_t>> ScriptLine::bytes(const std::string& key) {
+    const auto digits = textOrNull(key);
+    if (!digits) return std::nullopt;
+    if (digits->size() % 2 != 0) fail(key, "has an odd number of digits");
+    std::vector<std::uint8_t> bytes;
+    for (std::size_t i = 0; i < digits->size(); i += 2)
+        bytes.push_back(byteFrom(std::string_view(*digits).substr(i, 2), key));
+    return bytes;
+}
+
+void ScriptLine::finish() const {
+    for (const auto& [key, value] : object_.items()) {
+        if (!asked_.contains(key)) throw ScriptError("has an unknown key \"" + key + "\"");
+    }
+}
+
+}  // namespace corvane::sessions
