@@ -1,4 +1,5 @@
-# corvane_library(NAME SOURCES... [LINK TARGETS...]): a static library corvane_NAME with the alias corvane::NAME.
+# corvane_library(NAME SOURCES... [LINK TARGETS...]): the library corvane_NAME with the alias corvane::NAME, which is
+# also the component NAME of the installed package. LINK is for other libraries of this project.
 function(corvane_library name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LINK")
     add_library(corvane_${name} ${arg_UNPARSED_ARGUMENTS})
@@ -9,6 +10,7 @@ function(corvane_library name)
     target_compile_features(corvane_${name} PUBLIC cxx_std_20)
     target_link_libraries(corvane_${name} PUBLIC ${arg_LINK})
     corvane_warnings(corvane_${name})
+    set_property(GLOBAL APPEND PROPERTY CORVANE_COMPONENTS ${name})
 endfunction()
 
 # The warnings that this project's own targets are held to.
@@ -18,7 +20,7 @@ function(corvane_warnings target)
         $<$<BOOL:${CORVANE_WARNINGS_AS_ERRORS}>:-Werror>)
 endfunction()
 
-# corvane_test(NAME SOURCES... [LINK TARGETS...]): a GoogleTest program, registered with ctest case by case.
+# corvane_test(NAME SOURCES... [LINK TARGETS...]): a GoogleTest program, registered with ctest.
 function(corvane_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LINK")
     add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
