@@ -46,7 +46,7 @@ std::span<const EmulatorFault> emulatorFaults() { return everyFault; }
 
 std::string emulatorFaultText(const EmulatorFault& fault) {
     std::string text(kindText(fault.kind));
-    if (fault.step != 0) text += ':' + std::to_string(fault.step);
+    if (fault.step != 0) text += '@' + std::to_string(fault.step);
     return text;
 }
 
@@ -54,7 +54,7 @@ std::optional<EmulatorFault> parseEmulatorFault(std::string_view text) {
     for (EmulatorFault fault : everyFault) {
         const std::string_view name = kindText(fault.kind);
         if (text == name) return fault;
-        if (fault.kind != Kind::linkLost || !text.starts_with(name) || text[name.size()] != ':') continue;
+        if (fault.kind != Kind::linkLost || !text.starts_with(name) || text[name.size()] != '@') continue;
         const std::optional<unsigned> step = parseStep(text.substr(name.size() + 1));
         if (!step) return std::nullopt;
         fault.step = *step;

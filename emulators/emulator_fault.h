@@ -33,7 +33,7 @@ struct EmulatorFault {
 std::span<const EmulatorFault> emulatorFaults();
 
 /// The name on command lines: "none", "short", "corrupt", "duplicate", "late", "silent", "link-lost",
-/// "failed-measurement"; a chosen step follows as in "link-lost:3".
+/// "failed-measurement"; a chosen step follows as in "link-lost@3".
 std::string emulatorFaultText(const EmulatorFault& fault);
 
 /// Reads what `emulatorFaultText` writes.
