@@ -1,6 +1,5 @@
 #include "sessions/host_device.h"
 
-#include <concepts>
 #include <type_traits>
 
 #include "sessions/script_line.h"
@@ -8,26 +7,15 @@
 namespace corvane::sessions {
 namespace {
 
-// What the constructors of drivers differ in.
-
 template <class Driver>
-concept TakesRepeatResult = std::is_constructible_v<Driver, bool, bool, Platform&>;
-
-template <class Driver, class Arguments = DriverArguments>
-concept TakesProfile = requires(const Arguments& arguments, Platform& platform) {
-    Driver(arguments.autoResult, arguments.height, arguments.age, arguments.gender, platform);
-};
-
-/// What `Arguments` is has to depend on the driver: members that no driver takes need not be there.
-template <class Driver, class Arguments>
-Arguments readArguments(ScriptLine& line) {
-    Arguments arguments;
+DriverArguments readArguments(ScriptLine& line) {
+    DriverArguments arguments;
     if (line.has("autoResult")) arguments.autoResult = line.flag("autoResult");
-    if constexpr (TakesRepeatResult<Driver>) {
+    if constexpr (takesRepeatResult<Driver>) {
         if (line.has("repeatResult")) arguments.repeatResult = line.flag("repeatResult");
     }
-    if constexpr (TakesProfile<Driver, Arguments>) {
-        using Gender = decltype(arguments.gender);
+    if constexpr (takesProfile<Driver>) {
+        using Gender = BodyCompositionADFB885TDeviceGender;
         arguments.height = line.number("height");
         arguments.age = line.wholeNumber("age");
         const std::string gender = line.text("gender");
@@ -37,11 +25,11 @@ Arguments readArguments(ScriptLine& line) {
     return arguments;
 }
 
-template <class Driver, class Arguments>
-void writeArguments(const Arguments& arguments, Json& line) {
+template <class Driver>
+void writeArguments(const DriverArguments& arguments, Json& line) {
     line["autoResult"] = arguments.autoResult;
-    if constexpr (TakesRepeatResult<Driver>) line["repeatResult"] = arguments.repeatResult;
-    if constexpr (TakesProfile<Driver, Arguments>) {
+    if constexpr (takesRepeatResult<Driver>) line["repeatResult"] = arguments.repeatResult;
+    if constexpr (takesProfile<Driver>) {
         line["height"] = arguments.height;
         line["age"] = arguments.age;
         line["gender"] = caseName(arguments.gender);
@@ -182,8 +170,7 @@ std::set<HostCallback> readCallbacks(const Json& list) {
 DeviceSetup readDeviceSetup(ScriptLine& line) {
     DeviceSetup setup{.model = findModel(line.text("device"))};
     if (!setup.model) throw ScriptError("\"device\" is unknown");
-    withDriverOf(*setup.model,
-                 [&]<class Driver>() { setup.arguments = readArguments<Driver, DriverArguments>(line); });
+    withDriverOf(*setup.model, [&]<class Driver>() { setup.arguments = readArguments<Driver>(line); });
     if (const Json* callbacks = line.find("callbacks")) setup.callbacks = readCallbacks(*callbacks);
     return setup;
 }

@@ -65,8 +65,10 @@ ScriptLine ScriptLine::parse(std::string_view text) {
         Json object = Json::parse(text, DuplicateKeys());
         if (!object.is_object()) throw ScriptError("is no JSON object");
         return ScriptLine(std::move(object));
-    } catch (const Json::exception& error) {
-        throw ScriptError(std::string("is no JSON: ") + error.what());
+    } catch (const Json::parse_error& error) {
+        throw ScriptError("is not valid JSON at byte " + std::to_string(error.byte));
+    } catch (const Json::out_of_range&) {
+        throw ScriptError("has a number that is too large");
     }
 }
 

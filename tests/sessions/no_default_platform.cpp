@@ -1,0 +1,5 @@
+#include <cstdlib>
+
+#include "corvane/platform/platform.h"
+
+corvane::Platform& corvane::defaultPlatform() { std::abort(); }
