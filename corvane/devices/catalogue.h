@@ -80,7 +80,7 @@ std::shared_ptr<DeviceBase> makeDevice(const Model& model, const DriverArguments
 
 /// Calls `visit.template operator()<Driver>()` for every driver class, in the order of the list.
 template <class Visitor>
-void forEachDriver(Visitor&& visit) {
+constexpr void forEachDriver(Visitor&& visit) {
 #define CORVANE_VISIT(Driver) visit.template operator()<Driver>();
     CORVANE_DRIVERS(CORVANE_VISIT)
 #undef CORVANE_VISIT
