@@ -1,11 +1,28 @@
 #include "corvane/platform/simulated/simulated_station.h"
 
+#include "corvane/framework/text_decoding.h"
 #include "corvane/platform/simulated/simulated_link.h"
 #include "corvane/platform/simulated/simulated_peripheral.h"
 
 namespace corvane::simulated {
 
 using Kind = RadioFault::Kind;
+
+namespace {
+
+/// What is no text becomes the character that stands for that.
+std::string validUtf8(std::string_view text) {
+    constexpr std::string_view replacement = "\xEF\xBF\xBD";
+    std::string out;
+    while (!text.empty()) {
+        const std::size_t length = utf8CharacterLength(text);
+        out += length == 0 ? replacement : text.substr(0, length);
+        text.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return out;
+}
+
+}  // namespace
 
 Station::Station(Air& air, std::shared_ptr<PeripheralDevice> device, std::uint64_t number,
                  std::string identifier)
@@ -14,9 +31,8 @@ Station::Station(Air& air, std::shared_ptr<PeripheralDevice> device, std::uint64
 Station::~Station() = default;
 
 std::optional<std::string> Station::advertisedName() const {
-    std::string name = device->name();
-    if (name.empty()) return std::nullopt;
-    return name;
+    const std::string name = device->name();
+    return name.empty() ? std::nullopt : std::optional(validUtf8(name));
 }
 
 void Station::comeIntoReach() {

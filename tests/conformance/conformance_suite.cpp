@@ -1,0 +1,31 @@
+#include <gtest/gtest.h>
+
+#include "tests/conformance/contracts.h"
+
+namespace corvane::conformance {
+namespace {
+
+class ContractTest : public testing::Test {
+public:
+    ContractTest(Contract contract, MakeBackEnd make) : contract_(contract), make_(std::move(make)) {}
+
+private:
+    void TestBody() override {
+        for (const std::string& failure : failuresOf(contract_, make_)) ADD_FAILURE() << failure;
+    }
+
+    const Contract contract_;
+    const MakeBackEnd make_;
+};
+
+}  // namespace
+
+bool registerConformance(const char* backEnd, const MakeBackEnd& make) {
+    for (const Contract& contract : contracts()) {
+        testing::RegisterTest(backEnd, contract.name.data(), nullptr, nullptr, __FILE__, __LINE__,
+                              [=]() -> testing::Test* { return new ContractTest(contract, make); });
+    }
+    return true;
+}
+
+}  // namespace corvane::conformance
