@@ -25,9 +25,9 @@ namespace corvane {
 struct EmulatorOptions {
     /// The same seed gives the same device, the same person and the same faults.
     std::uint64_t seed = 1;
-    EmulatorFault fault;
+    EmulatorFault fault{};
     /// Told in words what happens, a line each; may be absent. Called on the host's queue.
-    std::function<void(std::string_view line)> onEvent;
+    std::function<void(std::string_view line)> onEvent{};
 };
 
 class Emulator : public PeripheralDevice {
