@@ -88,7 +88,6 @@ std::string caseName(const testing::TestParamInfo<std::string>& session) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Golden, GoldenSession, testing::ValuesIn(goldenSessions()), caseName);
-GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(GoldenSession);
 
 }  // namespace
 }  // namespace corvane::sessions
