@@ -1,0 +1,611 @@
+// The back end on CoreBluetooth.
+//
+// Everything happens on the main queue: the native manager is made without a queue of its own, so its events
+// come there, and drivers call from there. An event is taken by `CRVNCentralEvents`, which knows its central
+// weakly; whoever lets go of the central hears nothing more. The native stack holds neither delegates nor
+// peripherals, so the central keeps both.
+//
+// The platform's own classes are written with a leading `::`, as ours have the same names.
+#import <CoreBluetooth/CoreBluetooth.h>
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "corvane/platform/corebluetooth/corebluetooth_platform.h"
+
+#if !__has_feature(objc_arc)
+#error "compile this file with -fobjc-arc"
+#endif
+
+namespace corvane {
+namespace {
+class Central;
+}
+}  // namespace corvane
+
+/// Hands the native stack's events to the central, for as long as there is one. Class names are shared by the
+/// whole process, hence the prefix.
+@interface CRVNCentralEvents : NSObject <CBCentralManagerDelegate, CBPeripheralDelegate>
+- (instancetype)initWithCentral:(std::weak_ptr<corvane::Central>)central;
+@end
+
+namespace corvane {
+namespace {
+
+template <class Ours, class Native>
+constexpr bool same(Ours ours, Native native) {
+    return static_cast<NSInteger>(ours) == static_cast<NSInteger>(native);
+}
+static_assert(same(CBManagerState::unknown, CBManagerStateUnknown));
+static_assert(same(CBManagerState::resetting, CBManagerStateResetting));
+static_assert(same(CBManagerState::unsupported, CBManagerStateUnsupported));
+static_assert(same(CBManagerState::unauthorized, CBManagerStateUnauthorized));
+static_assert(same(CBManagerState::poweredOff, CBManagerStatePoweredOff));
+static_assert(same(CBManagerState::poweredOn, CBManagerStatePoweredOn));
+static_assert(same(CBCharacteristicWriteType::withResponse, CBCharacteristicWriteWithResponse));
+static_assert(same(CBCharacteristicWriteType::withoutResponse, CBCharacteristicWriteWithoutResponse));
+
+/// A state that a later system adds is one that we do not know.
+CBManagerState stateOf(::CBManagerState native) {
+    const bool known = native >= CBManagerStateUnknown && native <= CBManagerStatePoweredOn;
+    return known ? static_cast<CBManagerState>(native) : CBManagerState::unknown;
+}
+
+/// By its bytes, as a C string would end at a NUL that a neighbour put into its name. Half a surrogate pair,
+/// which has no UTF-8, is replaced.
+std::string text(NSString* string) {
+    NSData* utf8 = [string dataUsingEncoding:NSUTF8StringEncoding allowLossyConversion:YES];
+    return std::string(static_cast<const char*>(utf8.bytes), utf8.length);
+}
+
+/// Nothing where the system gives nothing; an empty name is a name.
+std::optional<std::string> nameOf(::CBPeripheral* handle) {
+    NSString* name = handle.name;
+    return name ? std::optional(text(name)) : std::nullopt;
+}
+
+std::optional<CBError> failure(NSError* error) {
+    return error ? std::optional(CBError{text(error.localizedDescription)}) : std::nullopt;
+}
+
+const CBError* pointerTo(const std::optional<CBError>& error) { return error ? &*error : nullptr; }
+
+CBUUID uuidOf(::CBAttribute* attribute) {
+    return CBUUID::parse(text(attribute.UUID.UUIDString)).value_or(CBUUID());
+}
+
+/// Nil where nothing in particular is wanted: an empty array would find nothing.
+NSArray<::CBUUID*>* filter(std::span<const CBUUID> wanted) {
+    if (wanted.empty()) return nil;
+    NSMutableArray<::CBUUID*>* list = [NSMutableArray array];
+    for (const CBUUID& uuid : wanted) {
+        // A full-length text, always: the system raises an exception on what is no UUID.
+        [list addObject:[::CBUUID UUIDWithString:@(uuid.uuidString().c_str())]];
+    }
+    return list;
+}
+
+// What runs in here may let go of its owner, so callers hold what they need afterwards. An exception ends
+// here, with the process: the system's frames below cannot be unwound.
+template <class Delegate, class Event>
+void tell(const std::weak_ptr<Delegate>& delegate, Event event) noexcept {
+    if (const std::shared_ptr<Delegate> alive = delegate.lock()) event(*alive);
+}
+
+void run(const std::function<void()>& task) noexcept { task(); }
+
+struct Characteristic final : CBCharacteristic {
+    ::CBCharacteristic* handle = nil;
+    ::CBService* service = nil;
+};
+
+struct Service final : CBService {
+    ::CBService* handle = nil;
+};
+
+CharacteristicRef snapshot(::CBCharacteristic* handle, ::CBService* service) {
+    auto characteristic = std::make_shared<Characteristic>();
+    characteristic->uuid = uuidOf(handle);
+    characteristic->handle = handle;
+    characteristic->service = service;
+    return characteristic;
+}
+
+ServiceRef snapshot(::CBService* handle) {
+    auto service = std::make_shared<Service>();
+    service->uuid = uuidOf(handle);
+    service->handle = handle;
+    NSArray<::CBCharacteristic*>* characteristics = handle.characteristics;
+    if (characteristics) service->characteristics.emplace();
+    for (::CBCharacteristic* characteristic in characteristics) {
+        service->characteristics->push_back(snapshot(characteristic, handle));
+    }
+    return service;
+}
+
+::CBService* handleOf(const CBService& service) { return static_cast<const Service&>(service).handle; }
+::CBCharacteristic* handleOf(const CBCharacteristic& characteristic) {
+    return static_cast<const Characteristic&>(characteristic).handle;
+}
+
+class Peripheral final : public CBPeripheral {
+public:
+    Peripheral(std::string identifier, ::CBPeripheral* handle, CRVNCentralEvents* events)
+        : identifier_(std::move(identifier)) {
+        adopt(handle, events);
+    }
+    ~Peripheral() override { release(); }
+
+    std::optional<std::string> name() const override { return nameOf(handle_); }
+    const std::string& identifier() const override { return identifier_; }
+    void setDelegate(std::weak_ptr<CBPeripheralDelegate> delegate) override {
+        delegate_ = std::move(delegate);
+    }
+    std::optional<std::vector<ServiceRef>> services() const override { return services_; }
+
+    void discoverServices(std::span<const CBUUID> wanted) override {
+        if (isLinked()) [handle_ discoverServices:filter(wanted)];
+    }
+
+    void discoverCharacteristics(std::span<const CBUUID> wanted, const CBService& service) override {
+        if (isUsable(handleOf(service))) {
+            [handle_ discoverCharacteristics:filter(wanted) forService:handleOf(service)];
+        }
+    }
+
+    void setNotifyValue(bool enabled, const CBCharacteristic& characteristic) override {
+        if (isUsable(characteristic)) {
+            [handle_ setNotifyValue:enabled forCharacteristic:handleOf(characteristic)];
+        }
+    }
+
+    void writeValue(Bytes value, const CBCharacteristic& characteristic,
+                    CBCharacteristicWriteType type) override {
+        if (!isUsable(characteristic)) return;
+        [handle_ writeValue:[NSData dataWithBytes:value.data() length:value.size()]
+            forCharacteristic:handleOf(characteristic)
+                         type:static_cast<::CBCharacteristicWriteType>(type)];
+    }
+
+    ::CBPeripheral* handle() const { return handle_; }
+    const std::weak_ptr<CBPeripheralDelegate>& delegate() const { return delegate_; }
+
+    /// The system may come to show a device by another object than before.
+    void adopt(::CBPeripheral* handle, CRVNCentralEvents* events) {
+        release();
+        handle_ = handle;
+        events_ = events;
+        handle_.delegate = events;
+    }
+
+    /// Nothing more comes from the handle, and nothing goes to it.
+    void release() {
+        if (handle_.delegate == events_) handle_.delegate = nil;
+        events_ = nil;
+        linkEnded();
+    }
+
+    void linkStands() { linked_ = true; }
+    bool linkEnded() {
+        services_.reset();
+        usable_.clear();
+        return std::exchange(linked_, false);
+    }
+    bool isLinked() const { return linked_ && handle_.state == CBPeripheralStateConnected; }
+    /// The system does nothing for a link.
+    bool isIdle() const { return handle_.state == CBPeripheralStateDisconnected; }
+    /// Whether the end of a link is still to be reported.
+    bool owesDisconnect() const { return linked_; }
+
+    void servicesFound() {
+        services_.reset();
+        NSArray<::CBService*>* found = handle_.services;
+        if (found) services_.emplace();
+        for (::CBService* service in found) {
+            services_->push_back(snapshot(service));
+            if (!isListed(service)) usable_.push_back(service);
+        }
+    }
+
+    /// The new snapshot; null for a service that is not in the list.
+    ServiceRef characteristicsFound(::CBService* handle) {
+        if (!services_) return nullptr;
+        const auto known = std::find_if(services_->begin(), services_->end(), [&](const ServiceRef& service) {
+            return handleOf(*service) == handle;
+        });
+        return known == services_->end() ? nullptr : *known = snapshot(handle);
+    }
+
+    void servicesGone(NSArray<::CBService*>* gone) {
+        for (::CBService* service in gone) {
+            std::erase(usable_, service);
+            if (!services_) continue;
+            std::erase_if(*services_, [&](const ServiceRef& known) { return handleOf(*known) == service; });
+        }
+    }
+
+    /// Null where it is not in the list.
+    CharacteristicRef find(::CBCharacteristic* handle) const {
+        if (!services_) return nullptr;
+        for (const ServiceRef& service : *services_) {
+            if (!service->characteristics) continue;
+            for (const CharacteristicRef& characteristic : *service->characteristics) {
+                if (handleOf(*characteristic) == handle) return characteristic;
+            }
+        }
+        return nullptr;
+    }
+
+    /// The driver wants a link and has none yet.
+    bool attempting = false;
+
+    /// The name under which the current scan has reported the device.
+    std::optional<std::optional<std::string>> reportedName;
+
+private:
+    bool isListed(::CBService* service) const {
+        return std::find(usable_.begin(), usable_.end(), service) != usable_.end();
+    }
+    bool isUsable(::CBService* service) const { return isLinked() && isListed(service); }
+    bool isUsable(const CBCharacteristic& characteristic) const {
+        return isUsable(static_cast<const Characteristic&>(characteristic).service);
+    }
+
+    const std::string identifier_;
+    ::CBPeripheral* handle_ = nil;
+    CRVNCentralEvents* events_ = nil;
+    std::weak_ptr<CBPeripheralDelegate> delegate_;
+    bool linked_ = false;
+    std::optional<std::vector<ServiceRef>> services_;
+    // Every service that was listed on this link and not withdrawn, as older snapshots stay in use.
+    std::vector<::CBService*> usable_;
+};
+
+using KnownPeripheral = std::shared_ptr<Peripheral>;
+
+class Central final : public CBCentralManager, public std::enable_shared_from_this<Central> {
+public:
+    explicit Central(std::weak_ptr<CBCentralManagerDelegate> delegate) : delegate_(std::move(delegate)) {}
+
+    void open() {
+        events_ = [[CRVNCentralEvents alloc] initWithCentral:weak_from_this()];
+        manager_ = [[::CBCentralManager alloc] initWithDelegate:events_ queue:nil options:nil];
+    }
+
+    ~Central() override {
+        if (manager_.delegate == events_) manager_.delegate = nil;
+        stopScan();
+        for (const auto& [identifier, peripheral] : peripherals_) {
+            if (peripheral->attempting || peripheral->owesDisconnect())
+                cancelPeripheralConnection(peripheral);
+            peripheral->release();
+        }
+    }
+
+    CBManagerState state() const override { return state_.value_or(CBManagerState::unknown); }
+
+    void scanForPeripherals() override {
+        if (!isOn()) return;
+        if (scanning_) [manager_ stopScan];
+        scanning_ = true;
+        forgetUnused();
+        for (const auto& [identifier, peripheral] : peripherals_) peripheral->reportedName.reset();
+        [manager_ scanForPeripheralsWithServices:nil options:nil];
+    }
+
+    void stopScan() override {
+        if (scanning_ && isOn()) [manager_ stopScan];
+        scanning_ = false;
+    }
+
+    void connect(const PeripheralRef& peripheral) override {
+        Peripheral& wanted = static_cast<Peripheral&>(*peripheral);
+        if (!isOn() || wanted.isLinked()) return;
+        wanted.attempting = true;
+        attempt(wanted);
+    }
+
+    void cancelPeripheralConnection(const PeripheralRef& peripheral) override {
+        Peripheral& unwanted = static_cast<Peripheral&>(*peripheral);
+        unwanted.attempting = false;
+        if (isOn() && !unwanted.isIdle()) [manager_ cancelPeripheralConnection:unwanted.handle()];
+    }
+
+    // Events. Whoever calls them holds the central.
+
+    /// Whether the adapter's state is another than the one reported last.
+    bool hasNewState() const { return state_ != stateOf(manager_.state); }
+
+    /// Ends what ends with the adapter. Returns the devices whose links are still to be reported.
+    std::vector<KnownPeripheral> radioLost() {
+        if (manager_.state == CBManagerStatePoweredOn) return {};
+        scanning_ = false;
+        std::vector<KnownPeripheral> unlinked;
+        for (const auto& [identifier, peripheral] : peripherals_) {
+            peripheral->attempting = false;
+            if (peripheral->owesDisconnect()) unlinked.push_back(peripheral);
+        }
+        return unlinked;
+    }
+
+    void reportState() {
+        state_ = stateOf(manager_.state);
+        tell(delegate_, [](CBCentralManagerDelegate& delegate) { delegate.didUpdateState(); });
+    }
+
+    void discovered(::CBPeripheral* handle) {
+        if (!scanning_) return;
+        report(deviceOf(handle));
+    }
+
+    void nameChanged(::CBPeripheral* handle) {
+        const KnownPeripheral known = find(handle);
+        if (known && scanning_ && known->reportedName) report(known);
+    }
+
+    void connected(::CBPeripheral* handle) {
+        const KnownPeripheral known = find(handle);
+        if (!known) return;
+        // The link stood just before the attempt was cancelled.
+        if (!known->attempting) return cancelPeripheralConnection(known);
+        known->attempting = false;
+        known->linkStands();
+        tell(delegate_, [&](CBCentralManagerDelegate& delegate) { delegate.didConnect(known); });
+    }
+
+    /// The system gives up where we have promised to go on until cancelled. After a pause, as it may give up
+    /// at once.
+    void failedToConnect(::CBPeripheral* handle) {
+        const KnownPeripheral known = find(handle);
+        if (!known || !known->attempting) return;
+        const std::weak_ptr<Central> weak = weak_from_this();
+        dispatch_after(dispatch_time(DISPATCH_TIME_NOW, NSEC_PER_SEC), dispatch_get_main_queue(), ^{
+          if (const auto self = weak.lock()) self->attempt(*known);
+        });
+    }
+
+    void disconnected(::CBPeripheral* handle, NSError* error) {
+        if (const KnownPeripheral known = find(handle)) endLink(known, failure(error));
+    }
+
+    void endLink(const KnownPeripheral& known, const std::optional<CBError>& error) {
+        if (known->linkEnded()) {
+            tell(delegate_, [&](CBCentralManagerDelegate& delegate) {
+                delegate.didDisconnectPeripheral(known, pointerTo(error));
+            });
+        }
+        // Wanted again while the old link, or attempt, was on its way out.
+        attempt(*known);
+    }
+
+    void servicesFound(::CBPeripheral* handle, NSError* error) {
+        const KnownPeripheral known = find(handle);
+        if (!known || !known->isLinked()) return;
+        known->servicesFound();
+        tell(known->delegate(), [&](CBPeripheralDelegate& delegate) {
+            delegate.didDiscoverServices(known, pointerTo(failure(error)));
+        });
+    }
+
+    void servicesGone(::CBPeripheral* handle, NSArray<::CBService*>* gone) {
+        if (const KnownPeripheral known = find(handle)) known->servicesGone(gone);
+    }
+
+    void characteristicsFound(::CBPeripheral* handle, ::CBService* of, NSError* error) {
+        const KnownPeripheral known = find(handle);
+        const ServiceRef service = known ? known->characteristicsFound(of) : nullptr;
+        if (!service) return;
+        tell(known->delegate(), [&](CBPeripheralDelegate& delegate) {
+            delegate.didDiscoverCharacteristicsFor(known, service, pointerTo(failure(error)));
+        });
+    }
+
+    void valueUpdated(::CBPeripheral* handle, ::CBCharacteristic* of, NSError* error) {
+        const KnownPeripheral known = find(handle);
+        const CharacteristicRef characteristic = known ? known->find(of) : nullptr;
+        if (!characteristic) return;
+        NSData* value = of.value;
+        const auto* first = static_cast<const std::uint8_t*>(value.bytes);
+        // A copy: the next value may overwrite this one before the event is over.
+        const std::vector<std::uint8_t> bytes(first, first + value.length);
+        tell(known->delegate(), [&](CBPeripheralDelegate& delegate) {
+            delegate.didUpdateValueFor(known, characteristic,
+                                       value ? std::optional(Bytes(bytes)) : std::nullopt,
+                                       pointerTo(failure(error)));
+        });
+    }
+
+private:
+    /// The manager's state can be ahead of the event that tells of it.
+    bool isOn() const {
+        return state_ == CBManagerState::poweredOn && manager_.state == CBManagerStatePoweredOn;
+    }
+
+    void attempt(const Peripheral& peripheral) {
+        if (peripheral.attempting && isOn()) [manager_ connectPeripheral:peripheral.handle() options:nil];
+    }
+
+    /// The one object of the device, whichever object the system shows it by now. A link that stands keeps
+    /// its own.
+    KnownPeripheral deviceOf(::CBPeripheral* handle) {
+        const std::string identifier = text(handle.identifier.UUIDString);
+        KnownPeripheral& known = peripherals_[identifier];
+        if (!known) known = std::make_shared<Peripheral>(identifier, handle, events_);
+        if (known->handle() != handle && !known->owesDisconnect()) {
+            known->adopt(handle, events_);
+            attempt(*known);
+        }
+        return known;
+    }
+
+    /// Null for an object that no longer stands for its device.
+    KnownPeripheral find(::CBPeripheral* handle) const {
+        const auto known = peripherals_.find(text(handle.identifier.UUIDString));
+        return known != peripherals_.end() && known->second->handle() == handle ? known->second : nullptr;
+    }
+
+    /// Devices with changing addresses would otherwise add up.
+    void forgetUnused() {
+        std::erase_if(peripherals_, [](const auto& entry) {
+            const KnownPeripheral& known = entry.second;
+            return known.use_count() == 1 && !known->attempting && known->isIdle();
+        });
+    }
+
+    void report(const KnownPeripheral& known) {
+        std::optional<std::string> name = known->name();
+        if (known->reportedName == name) return;
+        known->reportedName = std::move(name);
+        tell(delegate_, [&](CBCentralManagerDelegate& delegate) { delegate.didDiscover(known); });
+    }
+
+    const std::weak_ptr<CBCentralManagerDelegate> delegate_;
+    CRVNCentralEvents* events_ = nil;
+    ::CBCentralManager* manager_ = nil;
+    std::optional<CBManagerState> state_;
+    bool scanning_ = false;
+    std::map<std::string, KnownPeripheral> peripherals_;  // by identifier
+};
+
+/// Links that end with the adapter come first. The system need not report them one by one, so we do. Every
+/// step takes hold of the central anew, as the one before may have let it go.
+void stateChanged(const std::weak_ptr<Central> central) {
+    std::vector<KnownPeripheral> unlinked;
+    if (const auto alive = central.lock(); alive && alive->hasNewState()) {
+        unlinked = alive->radioLost();
+    } else {
+        return;
+    }
+    for (const KnownPeripheral& peripheral : unlinked) {
+        if (const auto alive = central.lock()) {
+            alive->endLink(peripheral, CBError{"Bluetooth is not available."});
+        }
+    }
+    if (const auto alive = central.lock()) alive->reportState();
+}
+
+class MainTimer final : public Timer {
+public:
+    MainTimer(std::chrono::nanoseconds interval, std::function<void()> tick) {
+        const auto shared = std::make_shared<const std::function<void()>>(std::move(tick));
+        timer_ = [NSTimer timerWithTimeInterval:std::chrono::duration<double>(interval).count()
+                                        repeats:YES
+                                          block:^(NSTimer*) {
+                                            // The tick may release this timer, and with it the block.
+                                            const auto running = shared;
+                                            run(*running);
+                                          }];
+        // In the common modes, or it stands still while a finger is on the screen.
+        [NSRunLoop.mainRunLoop addTimer:timer_ forMode:NSRunLoopCommonModes];
+    }
+    ~MainTimer() override { [timer_ invalidate]; }
+
+private:
+    NSTimer* timer_;
+};
+
+class SystemMainQueue final : public MainQueue {
+public:
+    void post(std::function<void()> task) override {
+        const std::weak_ptr<const bool> open = open_;
+        const auto shared = std::make_shared<const std::function<void()>>(std::move(task));
+        dispatch_async(dispatch_get_main_queue(), ^{
+          if (!open.expired()) run(*shared);
+        });
+    }
+
+    std::unique_ptr<Timer> scheduleTimer(std::chrono::nanoseconds interval,
+                                         std::function<void()> tick) override {
+        return std::make_unique<MainTimer>(interval, std::move(tick));
+    }
+
+private:
+    const std::shared_ptr<const bool> open_ = std::make_shared<const bool>(true);
+};
+
+class CoreBluetoothPlatform final : public Platform {
+public:
+    std::shared_ptr<CBCentralManager>
+    makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate) override {
+        auto central = std::make_shared<Central>(std::move(delegate));
+        central->open();
+        return central;
+    }
+    MainQueue& mainQueue() override { return queue_; }
+
+private:
+    SystemMainQueue queue_;
+};
+
+}  // namespace
+
+std::unique_ptr<Platform> makeCoreBluetoothPlatform() { return std::make_unique<CoreBluetoothPlatform>(); }
+
+}  // namespace corvane
+
+@implementation CRVNCentralEvents {
+    std::weak_ptr<corvane::Central> _central;
+}
+
+- (instancetype)initWithCentral:(std::weak_ptr<corvane::Central>)central {
+    if ((self = [super init])) _central = std::move(central);
+    return self;
+}
+
+- (void)centralManagerDidUpdateState:(CBCentralManager*)manager {
+    corvane::stateChanged(_central);
+}
+
+- (void)centralManager:(CBCentralManager*)manager
+    didDiscoverPeripheral:(CBPeripheral*)peripheral
+        advertisementData:(NSDictionary<NSString*, id>*)data
+                     RSSI:(NSNumber*)rssi {
+    if (const auto central = _central.lock()) central->discovered(peripheral);
+}
+
+- (void)centralManager:(CBCentralManager*)manager didConnectPeripheral:(CBPeripheral*)peripheral {
+    if (const auto central = _central.lock()) central->connected(peripheral);
+}
+
+- (void)centralManager:(CBCentralManager*)manager
+    didFailToConnectPeripheral:(CBPeripheral*)peripheral
+                         error:(NSError*)error {
+    if (const auto central = _central.lock()) central->failedToConnect(peripheral);
+}
+
+- (void)centralManager:(CBCentralManager*)manager
+    didDisconnectPeripheral:(CBPeripheral*)peripheral
+                      error:(NSError*)error {
+    if (const auto central = _central.lock()) central->disconnected(peripheral, error);
+}
+
+- (void)peripheralDidUpdateName:(CBPeripheral*)peripheral {
+    if (const auto central = _central.lock()) central->nameChanged(peripheral);
+}
+
+- (void)peripheral:(CBPeripheral*)peripheral didModifyServices:(NSArray<CBService*>*)gone {
+    if (const auto central = _central.lock()) central->servicesGone(peripheral, gone);
+}
+
+- (void)peripheral:(CBPeripheral*)peripheral didDiscoverServices:(NSError*)error {
+    if (const auto central = _central.lock()) central->servicesFound(peripheral, error);
+}
+
+- (void)peripheral:(CBPeripheral*)peripheral
+    didDiscoverCharacteristicsForService:(CBService*)service
+                                   error:(NSError*)error {
+    if (const auto central = _central.lock()) central->characteristicsFound(peripheral, service, error);
+}
+
+- (void)peripheral:(CBPeripheral*)peripheral
+    didUpdateValueForCharacteristic:(CBCharacteristic*)characteristic
+                              error:(NSError*)error {
+    if (const auto central = _central.lock()) central->valueUpdated(peripheral, characteristic, error);
+}
+
+@end

@@ -1,0 +1,606 @@
+// What is special about this back end, beside the rules that every back end keeps.
+#include "corvane/platform/corebluetooth/corebluetooth_platform.h"
+
+#include <stdexcept>
+
+#include "standin_test.h"
+
+using namespace corvane;
+using namespace standin;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+constexpr CBUUID shortService{"180D"};
+constexpr CBUUID longService{"6E400001-B5A3-F393-E0A9-E50E24DCCA9E"};
+constexpr CBUUID mediumService{"1234ABCD"};
+constexpr CBUUID measurement{"2A37"};
+constexpr CBUUID control{"6E400002-B5A3-F393-E0A9-E50E24DCCA9E"};
+
+std::string text(Bytes value) {
+    std::string digits;
+    for (const auto byte : value)
+        digits += "0123456789abcdef"[byte >> 4], digits += "0123456789abcdef"[byte & 15];
+    return digits.empty() ? "empty" : digits;
+}
+
+std::string text(const std::optional<std::string>& name) { return name ? '"' + *name + '"' : "none"; }
+
+std::string ending(const CBError* error) { return error ? ": " + error->localizedDescription : ""; }
+
+/// A device that keeps what it hears, and answers a write with the same bytes.
+class EchoDevice final : public PeripheralDevice {
+public:
+    std::string name() const override { return "Echo"; }
+    std::vector<GattService> services() const override {
+        return {{shortService, {{measurement, gatt::notify}, {control, gatt::write}}},
+                {longService, {}},
+                {mediumService, {}}};
+    }
+    void connected(PeripheralHost& host) override {
+        heard.push_back("connected");
+        host_ = &host;
+    }
+    void disconnected() override { heard.push_back("disconnected"); }
+    void subscribed(const CBUUID&, bool enabled) override {
+        heard.push_back(enabled ? "subscribed" : "unsubscribed");
+    }
+    void written(const CBUUID&, Bytes value, CBCharacteristicWriteType) override {
+        heard.push_back("written " + text(value));
+        host_->notify(measurement, value);
+    }
+
+    Lines heard;
+
+private:
+    PeripheralHost* host_ = nullptr;
+};
+
+/// An application that writes down each event, and may react to it.
+class Owner final : public CBCentralManagerDelegate,
+                    public CBPeripheralDelegate,
+                    public std::enable_shared_from_this<Owner> {
+public:
+    void open(Platform& platform) { central = platform.makeCentralManager(weak_from_this()); }
+
+    void didUpdateState() override { note("state " + std::to_string(static_cast<int>(central->state()))); }
+    void didDiscover(const PeripheralRef& found) override {
+        peripheral = found;
+        found->setDelegate(weak_from_this());
+        note("found " + text(found->name()));
+    }
+    void didConnect(const PeripheralRef&) override { note("connected"); }
+    void didDisconnectPeripheral(const PeripheralRef& from, const CBError* error) override {
+        EXPECT_FALSE(from->services());
+        note("disconnected" + ending(error));
+    }
+    void didDiscoverServices(const PeripheralRef& from, const CBError* error) override {
+        const auto services = from->services();
+        note("services " + (services ? std::to_string(services->size()) : "none") + ending(error));
+    }
+    void didDiscoverCharacteristicsFor(const PeripheralRef& from, const ServiceRef& service,
+                                       const CBError* error) override {
+        EXPECT_THAT(*from->services(), testing::Contains(service));
+        const auto& list = service->characteristics;
+        note("characteristics " + (list ? std::to_string(list->size()) : "none") + ending(error));
+    }
+    void didUpdateValueFor(const PeripheralRef&, const CharacteristicRef& characteristic,
+                           std::optional<Bytes> value, const CBError* error) override {
+        EXPECT_EQ(characteristic->uuid, measurement);
+        note("value " + (value ? text(*value) : "none") + ending(error));
+    }
+
+    CharacteristicRef characteristic(std::size_t index) const {
+        return peripheral->services()->at(0)->characteristics->at(index);
+    }
+    Lines take() { return std::exchange(lines, {}); }
+
+    std::shared_ptr<CBCentralManager> central;
+    PeripheralRef peripheral;
+    Lines lines;
+    std::function<void(const std::string&)> react;
+
+private:
+    void note(const std::string& line) {
+        lines.push_back(line);
+        if (react) react(line);
+    }
+};
+
+class CoreBluetoothPlatformTest : public StandinTest {
+protected:
+    void open() {
+        owner->open(*platform);
+        mainLoop::runUntilIdle();
+    }
+    void discover() {
+        owner->central->scanForPeripherals();
+        mainLoop::runUntilIdle();
+        owner->central->stopScan();
+    }
+    void connect() {
+        owner->central->connect(owner->peripheral);
+        mainLoop::runUntilIdle();
+    }
+    void discoverServices() {
+        owner->peripheral->discoverServices({});
+        mainLoop::runUntilIdle();
+        owner->peripheral->discoverCharacteristics({}, *owner->peripheral->services()->at(0));
+        mainLoop::runUntilIdle();
+    }
+    void subscribe() {
+        owner->peripheral->setNotifyValue(true, *owner->characteristic(0));
+        mainLoop::runUntilIdle();
+    }
+    void write(Bytes value) {
+        owner->peripheral->writeValue(value, *owner->characteristic(1),
+                                      CBCharacteristicWriteType::withResponse);
+        mainLoop::runUntilIdle();
+    }
+    /// Up to the subscription; what happens then is what the test is about.
+    void begin() {
+        radio::add(device);
+        open();
+        discover();
+        connect();
+        discoverServices();
+        subscribe();
+        owner->take();
+    }
+    void power(CBManagerState state) {
+        radio::setState(state);
+        mainLoop::runUntilIdle();
+    }
+
+    const std::shared_ptr<EchoDevice> device = std::make_shared<EchoDevice>();
+    std::unique_ptr<Platform> platform = makeCoreBluetoothPlatform();
+    std::shared_ptr<Owner> owner = std::make_shared<Owner>();
+};
+
+TEST_F(CoreBluetoothPlatformTest, ASessionFromStateToDisconnect) {
+    radio::add(device);
+    open();
+    discover();
+    connect();
+    discoverServices();
+    subscribe();
+    write(std::vector<std::uint8_t>{1, 0xFF});
+    owner->central->cancelPeripheralConnection(owner->peripheral);
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), ElementsAre("state 5", "found \"Echo\"", "connected", "services 3",
+                                           "characteristics 2", "value 01ff", "disconnected"));
+    EXPECT_THAT(device->heard, ElementsAre("connected", "subscribed", "written 01ff", "disconnected"));
+    EXPECT_EQ(owner->peripheral->identifier(), radio::identifier(*device));
+}
+
+TEST_F(CoreBluetoothPlatformTest, ShortAndLongUuidsAreFoundAndEqual) {
+    radio::add(device);
+    open();
+    discover();
+    connect();
+    for (const CBUUID& wanted : {shortService, mediumService, longService}) {
+        owner->peripheral->discoverServices({&wanted, 1});
+        mainLoop::runUntilIdle();
+        ASSERT_EQ(owner->peripheral->services()->size(), 1u);
+        EXPECT_EQ(owner->peripheral->services()->at(0)->uuid, wanted);
+    }
+}
+
+TEST_F(CoreBluetoothPlatformTest, AbsentAndEmptyAreDifferent) {
+    begin();
+    radio::sendValue(*device, measurement, std::nullopt, "broken");
+    radio::sendValue(*device, measurement, Bytes{}, std::nullopt);
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), ElementsAre("value none: broken", "value empty"));
+
+    radio::failDiscovery(*device);
+    owner->peripheral->discoverCharacteristics({}, *owner->peripheral->services()->at(0));
+    mainLoop::runUntilIdle();
+    owner->peripheral->discoverServices({});
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(),
+                ElementsAre("characteristics none: Discovery failed.", "services none: Discovery failed."));
+
+    for (const std::optional<std::string>& name :
+         {std::optional<std::string>(), std::optional<std::string>("")}) {
+        radio::setName(*device, name);
+        EXPECT_EQ(owner->peripheral->name(), name);
+    }
+}
+
+TEST_F(CoreBluetoothPlatformTest, ANameIsReadToItsEndAndIsValidUtf8) {
+    const std::string hidden("Echo\0nomore", 11);
+    const std::pair<std::string, std::string> cases[] = {{hidden, hidden}, {"a\xED\xA0\x80z", "a?z"}};
+    radio::add(device);
+    open();
+    discover();
+    for (const auto& [sent, seen] : cases) {
+        radio::setName(*device, sent);
+        EXPECT_EQ(owner->peripheral->name(), seen);
+    }
+}
+
+TEST_F(CoreBluetoothPlatformTest, ADeviceIsReportedOnceAScanAndAgainUnderANewName) {
+    radio::reset({.repeatsDiscoveries = true});
+    radio::add(device);
+    open();
+    owner->central->scanForPeripherals();
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), ElementsAre("state 5", "found \"Echo\""));
+    const PeripheralRef first = owner->peripheral;
+
+    radio::setName(*device, "New");
+    mainLoop::runUntilIdle();
+    owner->central->scanForPeripherals();
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), ElementsAre("found \"New\"", "found \"New\""));
+    EXPECT_EQ(owner->peripheral, first);
+
+    owner->central->stopScan();
+    radio::setName(*device, "Newer");
+    owner->central->scanForPeripherals();
+    owner->central->stopScan();
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), IsEmpty());
+}
+
+TEST_F(CoreBluetoothPlatformTest, EveryStateIsPassedOnOnceAndAnUnknownOneIsUnknown) {
+    open();
+    for (const long state : {0, 1, 1, 2, 3, 4, 9, 5}) {
+        radio::setState(state);
+        mainLoop::runUntilIdle();
+    }
+    EXPECT_THAT(owner->take(), ElementsAre("state 5", "state 0", "state 1", "state 2", "state 3", "state 4",
+                                           "state 0", "state 5"));
+}
+
+TEST_F(CoreBluetoothPlatformTest, WithoutPowerNothingIsAsked) {
+    begin();
+    const auto characteristic = owner->characteristic(1);
+    const auto service = owner->peripheral->services()->at(0);
+    const auto everything = [&] {
+        owner->central->scanForPeripherals();
+        owner->central->connect(owner->peripheral);
+        owner->central->cancelPeripheralConnection(owner->peripheral);
+        owner->central->stopScan();
+        owner->peripheral->discoverServices({});
+        owner->peripheral->discoverCharacteristics({}, *service);
+        owner->peripheral->setNotifyValue(true, *characteristic);
+        owner->peripheral->writeValue({}, *characteristic, CBCharacteristicWriteType::withResponse);
+    };
+    radio::setState(CBManagerState::poweredOff);
+    everything();  // the state event is still on its way
+    mainLoop::runUntilIdle();
+    everything();
+    power(CBManagerState::poweredOn);
+    EXPECT_EQ(radio::scans() + radio::links(), 0u);
+    EXPECT_THAT(device->heard, ElementsAre("connected", "subscribed", "disconnected"));
+
+    const auto quiet = std::make_shared<Owner>();
+    quiet->open(*platform);
+    quiet->central->scanForPeripherals();  // its first state event is still to come
+    EXPECT_EQ(radio::scans(), 0u);
+    mainLoop::runUntilIdle();
+}
+
+TEST_F(CoreBluetoothPlatformTest, LinksThatEndWithTheAdapterAreReportedOnceAndFirst) {
+    using PowerOff = StackBehaviour::PowerOff;
+    for (const auto order : {PowerOff::silent, PowerOff::linksBeforeState, PowerOff::linksAfterState}) {
+        owner = std::make_shared<Owner>();
+        radio::reset({.powerOff = order});
+        begin();
+        power(CBManagerState::poweredOff);
+        power(CBManagerState::poweredOn);
+        const Lines lines = owner->take();
+        ASSERT_EQ(lines.size(), 3u);
+        EXPECT_THAT(lines[0], testing::StartsWith("disconnected: "));
+        EXPECT_THAT(lines, ElementsAre(lines[0], "state 4", "state 5"));
+    }
+}
+
+TEST_F(CoreBluetoothPlatformTest, AfterAResetTheSameObjectStandsForTheDevice) {
+    begin();
+    const PeripheralRef before = owner->peripheral;
+    power(CBManagerState::resetting);
+    power(CBManagerState::poweredOn);
+    discover();
+    EXPECT_EQ(owner->peripheral, before);
+    owner->take();
+    connect();
+    discoverServices();
+    subscribe();
+    write(std::vector<std::uint8_t>{7});
+    EXPECT_THAT(owner->take(), ElementsAre("connected", "services 3", "characteristics 2", "value 07"));
+}
+
+TEST_F(CoreBluetoothPlatformTest, AnAttemptLastsUntilTheLinkStands) {
+    radio::add(device);
+    open();
+    discover();
+    radio::remove(*device);
+    connect();
+    mainLoop::runFor(1h);
+    radio::failNextConnect(*device);
+    radio::failNextConnect(*device);
+    radio::add(device);
+    owner->take();
+    mainLoop::runFor(10s);
+    EXPECT_THAT(owner->take(), ElementsAre("connected"));
+}
+
+TEST_F(CoreBluetoothPlatformTest, AnAttemptThatIsCancelledEndsWithoutAnEvent) {
+    radio::add(device);
+    open();
+    discover();
+    owner->take();
+    radio::failNextConnect(*device);
+    connect();
+    owner->central->cancelPeripheralConnection(owner->peripheral);
+    mainLoop::runFor(10s);  // it is not tried again
+
+    owner->central->connect(owner->peripheral);
+    owner->central->cancelPeripheralConnection(owner->peripheral);
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), IsEmpty());
+    EXPECT_EQ(radio::links(), 0u);
+
+    owner->central->connect(owner->peripheral);
+    owner->central->cancelPeripheralConnection(owner->peripheral);
+    owner->central->connect(owner->peripheral);  // while the system still ends the first
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), ElementsAre("connected"));
+}
+
+TEST_F(CoreBluetoothPlatformTest, ALinkCanBeAskedForWhileTheOldOneEnds) {
+    begin();
+    owner->central->cancelPeripheralConnection(owner->peripheral);
+    owner->central->connect(owner->peripheral);
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), ElementsAre("disconnected", "connected"));
+
+    radio::loseLink(*device);
+    mainLoop::runUntilIdle();  // which nobody asked to have again
+    EXPECT_THAT(owner->take(), ElementsAre("disconnected: The specified device has disconnected from us."));
+}
+
+TEST_F(CoreBluetoothPlatformTest, WhatBelongsToAnOldLinkDoesNothingOnTheNext) {
+    begin();
+    const auto service = owner->peripheral->services()->at(0);
+    const auto characteristic = owner->characteristic(1);
+    radio::loseLink(*device);
+    connect();
+    device->heard.clear();
+    owner->peripheral->discoverCharacteristics({}, *service);
+    owner->peripheral->setNotifyValue(true, *characteristic);
+    owner->peripheral->writeValue({}, *characteristic, CBCharacteristicWriteType::withResponse);
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(device->heard, IsEmpty());
+}
+
+TEST_F(CoreBluetoothPlatformTest, ASnapshotServesUntilItsServiceIsWithdrawn) {
+    begin();
+    const auto service = owner->peripheral->services()->at(0);
+    const auto oldControl = owner->characteristic(1);
+    const auto writeOld = [&] {
+        owner->peripheral->writeValue(std::vector<std::uint8_t>{5}, *oldControl,
+                                      CBCharacteristicWriteType::withResponse);
+        mainLoop::runUntilIdle();
+    };
+    discoverServices();
+    EXPECT_NE(owner->characteristic(1), oldControl);
+    writeOld();
+    EXPECT_THAT(owner->take(), ElementsAre("services 3", "characteristics 2", "value 05"));
+
+    radio::changeService(*device, shortService);
+    mainLoop::runUntilIdle();
+    EXPECT_EQ(owner->peripheral->services()->size(), 2u);
+    EXPECT_EQ(service->characteristics->size(), 2u);
+    writeOld();
+    EXPECT_THAT(owner->take(), IsEmpty());
+
+    discoverServices();
+    subscribe();
+    write(std::vector<std::uint8_t>{6});
+    EXPECT_THAT(owner->take(), ElementsAre("services 3", "characteristics 2", "value 06"));
+}
+
+TEST_F(CoreBluetoothPlatformTest, AValueStaysWhatItIsWhileItsEventLasts) {
+    begin();
+    class Nested final : public CBPeripheralDelegate {
+    public:
+        void didDiscoverServices(const PeripheralRef&, const CBError*) override {}
+        void didDiscoverCharacteristicsFor(const PeripheralRef&, const ServiceRef&, const CBError*) override {
+        }
+        void didUpdateValueFor(const PeripheralRef&, const CharacteristicRef&, std::optional<Bytes> value,
+                               const CBError*) override {
+            mainLoop::runUntilIdle();  // as a host does that shows a dialog
+            seen += text(*value) + ' ';
+        }
+        std::string seen;
+    };
+    const auto nested = std::make_shared<Nested>();
+    owner->peripheral->setDelegate(nested);
+    for (const std::uint8_t byte : std::vector<std::uint8_t>{1, 2})
+        radio::sendValue(*device, measurement, Bytes(&byte, 1), std::nullopt);
+    mainLoop::runUntilIdle();
+    EXPECT_EQ(nested->seen, "02 01 ");
+}
+
+TEST_F(CoreBluetoothPlatformTest, TwoCentralsShareALink) {
+    begin();
+    const auto other = std::make_shared<Owner>();
+    owner->central->cancelPeripheralConnection(owner->peripheral);
+    other->open(*platform);
+    mainLoop::runUntilIdle();
+    other->central->scanForPeripherals();
+    mainLoop::runUntilIdle();
+    other->central->stopScan();
+    other->central->connect(other->peripheral);
+    connect();
+    other->central.reset();
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), ElementsAre("disconnected", "connected"));
+    EXPECT_EQ(radio::links(), 1u);
+}
+
+TEST_F(CoreBluetoothPlatformTest, NothingReachesAnOwnerThatHasLetGo) {
+    for (const bool late : {false, true}) {
+        owner = std::make_shared<Owner>();
+        radio::reset({.deliversLate = late});
+        begin();
+        const std::uint8_t byte = 1;
+        radio::sendValue(*device, measurement, Bytes(&byte, 1), std::nullopt);
+        owner->central->scanForPeripherals();
+        radio::add(std::make_shared<EchoDevice>());
+        radio::setState(CBManagerState::poweredOff);
+        radio::setState(CBManagerState::poweredOn);
+        owner->central.reset();
+        EXPECT_EQ(radio::scans() + radio::links(), 0u);
+        mainLoop::runUntilIdle();
+        EXPECT_THAT(owner->take(), IsEmpty());
+        owner->peripheral->discoverServices({});  // outlives its central
+        mainLoop::runUntilIdle();
+        EXPECT_EQ(radio::managers(), 0u);
+    }
+}
+
+// The first step of the list is the first event, and so on; the last event of each run lets go of everything.
+TEST_F(CoreBluetoothPlatformTest, TheOwnerMayLetGoInsideAnyEvent) {
+    const Lines events = {"state 5",           "found \"Echo\"", "connected",    "services 3",
+                          "characteristics 2", "value 0102",     "disconnected", "state 4"};
+    const std::uint8_t frame[] = {1, 2};
+    for (std::size_t last = 0; last < events.size(); ++last) {
+        owner = std::make_shared<Owner>();
+        radio::reset();
+        radio::add(device);
+        Owner& app = *owner;
+        app.react = [&, last](const std::string& event) {
+            if (app.lines.size() > last) {
+                app.peripheral.reset();
+                app.central.reset();
+                owner.reset();
+            } else if (event == "state 5") {
+                app.central->scanForPeripherals();
+            } else if (event == "found \"Echo\"") {
+                app.central->connect(app.peripheral);
+            } else if (event == "connected") {
+                app.peripheral->discoverServices({});
+            } else if (event == "services 3") {
+                app.peripheral->discoverCharacteristics({}, *app.peripheral->services()->at(0));
+            } else if (event == "characteristics 2") {
+                app.peripheral->setNotifyValue(true, *app.characteristic(0));
+                app.peripheral->writeValue(frame, *app.characteristic(1),
+                                           CBCharacteristicWriteType::withResponse);
+            } else if (event == "value 0102") {
+                app.central->cancelPeripheralConnection(app.peripheral);
+            } else {
+                radio::setState(CBManagerState::poweredOff);
+            }
+        };
+        owner->open(*platform);
+        mainLoop::runUntilIdle();
+        EXPECT_FALSE(owner) << "never came to " << events[last];
+        EXPECT_EQ(radio::managers(), 0u);
+    }
+}
+
+// With two links to report, the first report lets go of the central.
+TEST_F(CoreBluetoothPlatformTest, NoFurtherLinkIsReportedToWhoLetsGoInBetween) {
+    radio::add(device);
+    radio::add(std::make_shared<EchoDevice>());
+    open();
+    owner->react = [&](const std::string& event) {
+        if (event.starts_with("found")) owner->central->connect(owner->peripheral);
+        if (event.starts_with("disconnected")) owner->central.reset();
+    };
+    discover();
+    EXPECT_EQ(radio::links(), 2u);
+    owner->take();
+    power(CBManagerState::poweredOff);
+    EXPECT_EQ(owner->take().size(), 1u);
+    owner->react = nullptr;
+}
+
+TEST_F(CoreBluetoothPlatformTest, ADeviceThatNobodyHoldsIsForgottenByTheNextScan) {
+    radio::add(device);
+    open();
+    discover();
+    const std::size_t before = objc::liveObjects();
+    owner->peripheral.reset();
+    radio::remove(*device);
+    owner->central->scanForPeripherals();
+    mainLoop::runUntilIdle();
+    EXPECT_LT(objc::liveObjects(), before);
+}
+
+TEST_F(CoreBluetoothPlatformTest, TimersKeepTheirTimeWhileAFingerIsOnTheScreen) {
+    int ticks = 0;
+    auto timer = platform->mainQueue().scheduleTimer(1s, [&] { ++ticks; });
+    mainLoop::runFor(999ms);
+    EXPECT_EQ(ticks, 0);
+    mainLoop::setTracking(true);
+    mainLoop::runFor(2s);
+    mainLoop::setTracking(false);
+    EXPECT_EQ(ticks, 2);
+    timer.reset();
+    mainLoop::runFor(10s);
+    EXPECT_EQ(ticks, 2);
+
+    std::string note(100, 'x');
+    timer = platform->mainQueue().scheduleTimer(1s, [&, note] {
+        timer.reset();
+        ticks += static_cast<int>(note.size());
+    });
+    mainLoop::runFor(10s);
+    EXPECT_EQ(ticks, 102);
+}
+
+TEST_F(CoreBluetoothPlatformTest, TasksRunInOrderFromTheQueueAndDieWithThePlatform) {
+    Lines ran;
+    platform->mainQueue().post([&] {
+        ran.push_back("first");
+        platform->mainQueue().post([&] { ran.push_back("third"); });
+    });
+    platform->mainQueue().post([&] { ran.push_back("second"); });
+    EXPECT_THAT(ran, IsEmpty());
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(ran, ElementsAre("first", "second", "third"));
+
+    platform->mainQueue().post([&] { ran.push_back("too late"); });
+    platform.reset();
+    mainLoop::runUntilIdle();
+    EXPECT_EQ(ran.size(), 3u);
+}
+
+TEST_F(CoreBluetoothPlatformTest, AnExceptionDoesNotCrossTheSystemsFrames) {
+    const auto fail = [] { throw std::runtime_error("from the host"); };
+    const auto escapes = [](auto&& run) {
+        try {
+            run();
+        } catch (...) {
+            std::_Exit(0);  // it came through
+        }
+    };
+    const auto dies = testing::KilledBySignal(SIGABRT);
+    EXPECT_EXIT(escapes([&] { platform->mainQueue().post(fail), mainLoop::runUntilIdle(); }), dies, "");
+    EXPECT_EXIT(escapes([&] {
+                    const auto timer = platform->mainQueue().scheduleTimer(1s, fail);
+                    mainLoop::runFor(1s);
+                }),
+                dies, "");
+    owner->react = [&](const std::string&) { fail(); };
+    EXPECT_EXIT(escapes([&] { open(); }), dies, "");
+    owner->react = nullptr;
+}
+
+TEST_F(CoreBluetoothPlatformTest, LinesGoToTheHostsSink) {
+    Lines lines;
+    platform->logSink = [&](std::string_view line) { lines.emplace_back(line); };
+    platform->log("a line");
+    EXPECT_THAT(lines, ElementsAre("a line"));
+}
+
+}  // namespace

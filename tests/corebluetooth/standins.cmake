@@ -1,0 +1,36 @@
+set(CMAKE_OBJCXX_COMPILER ${CMAKE_CXX_COMPILER})
+set(CMAKE_OBJCXX_FLAGS ${CMAKE_CXX_FLAGS})
+set(CMAKE_OBJCXX_COMPILER_LAUNCHER ${CMAKE_CXX_COMPILER_LAUNCHER})
+enable_language(OBJCXX)
+
+# Objective-C++ as the vendor's systems compile it, against the stand-ins' headers.
+function(corvane_objective_cxx target)
+    set_target_properties(${target} PROPERTIES OBJCXX_STANDARD 20 OBJCXX_EXTENSIONS OFF)
+    target_include_directories(${target} SYSTEM PRIVATE support/include)
+    target_compile_options(${target} PRIVATE
+        $<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-runtime=ios-15.0 -fobjc-arc -fobjc-weak -fblocks>)
+endfunction()
+
+add_library(corebluetooth_standins STATIC
+    support/corebluetooth.mm
+    support/foundation.mm
+    support/main_loop.mm
+    support/objc_blocks.cpp
+    support/objc_messages.cpp
+    support/objc_runtime.cpp)
+corvane_objective_cxx(corebluetooth_standins)
+target_include_directories(corebluetooth_standins PUBLIC support)
+target_link_libraries(corebluetooth_standins PUBLIC corvane::core)
+corvane_warnings(corebluetooth_standins)
+# They declare what the vendor does, parameters that a stand-in has no use for included.
+target_compile_options(corebluetooth_standins PRIVATE -Wno-unused-parameter -Wno-gnu)
+
+set(backend ${PROJECT_SOURCE_DIR}/corvane/platform/corebluetooth)
+add_library(corebluetooth_backend STATIC ${backend}/corebluetooth_platform.mm ${backend}/default_platform.cpp)
+corvane_objective_cxx(corebluetooth_backend)
+target_link_libraries(corebluetooth_backend PUBLIC corvane::core)
+corvane_warnings(corebluetooth_backend)
+
+corvane_test(corebluetooth_test
+    corebluetooth_platform_test.cpp
+    LINK corebluetooth_backend corebluetooth_standins corvane::emulators)

@@ -1,0 +1,9 @@
+// Stand-in declarations: what the back end's sources use of the language support.
+#pragma once
+
+typedef bool BOOL;
+#define YES __objc_yes
+#define NO __objc_no
+#define nil nullptr
+
+extern "C" Class _Nullable object_getClass(id _Nullable object);
