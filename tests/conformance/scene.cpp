@@ -37,9 +37,15 @@ void Client::proceed(const Event& event) {
     case Kind::connected:
         return peripheral->discoverServices({});
     case Kind::services:
-        return peripheral->discoverCharacteristics({}, *peripheral->services()->front());
+        if (const auto found = peripheral->services(); found && !found->empty()) {
+            peripheral->discoverCharacteristics({}, *found->front());
+        }
+        return;
     case Kind::characteristics:
-        return peripheral->setNotifyValue(true, *event.service->characteristics->front());
+        if (const auto& found = event.service->characteristics; found && !found->empty()) {
+            peripheral->setNotifyValue(true, *found->front());
+        }
+        return;
     case Kind::value:
         return central->cancelPeripheralConnection(peripheral);
     case Kind::disconnected:
@@ -101,15 +107,16 @@ void Sample::note(std::string what, Call call) {
     nested |= busy_;
     busy_ = true;
     told.push_back(std::move(what));
+    const auto self = weak_from_this();  // The call may let go of this object.
     call();
-    busy_ = false;
+    if (!self.expired()) busy_ = false;
 }
 
 void Sample::connected(PeripheralHost& newHost) {
     note("connected", [&] {
         host = &newHost;
         ++links;
-        if (onConnected) onConnected(*this);
+        if (const auto handler = onConnected) handler(*this);
     });
 }
 
@@ -125,7 +132,7 @@ void Sample::subscribed(const CBUUID& characteristic, bool enabled) {
         if (characteristic == notified) isSubscribed = enabled;
         if (!enabled) return;
         ++subscriptions;
-        if (onSubscribed) onSubscribed(*this);
+        if (const auto handler = onSubscribed) handler(*this);
     });
 }
 
@@ -142,10 +149,13 @@ Scene::Scene(BackEnd& backEnd, Findings& findings) : backEnd(backEnd), findings(
 }
 
 Scene::~Scene() {
-    // The handlers refer to the check, which is over.
+    // The handlers refer to the check, which is over; and nothing may hold itself in a circle.
     device->onConnected = device->onSubscribed = nullptr;
-    if (client) client->onEvent = nullptr;
-    if (client) client->central = nullptr;
+    if (client) {
+        client->onEvent = nullptr;
+        client->central = nullptr;
+        client->events.clear();
+    }
     backEnd.remove(*device);
     backEnd.settle();
 }
@@ -180,7 +190,6 @@ void Scene::discoverServices(std::span<const CBUUID> wanted) {
 void Scene::discoverCharacteristics(std::span<const CBUUID> wanted) {
     const std::size_t before = client->count(Kind::characteristics);
     const ServiceRef of = service();
-    findings.require(of != nullptr, "the service is in the list");
     ask([&] { peripheral->discoverCharacteristics(wanted, *of); });
     waitForOneMore(Kind::characteristics, before);
 }
@@ -219,7 +228,8 @@ void Scene::subscribe(bool enabled) {
 }
 
 void Scene::write(std::initializer_list<std::uint8_t> value, CBCharacteristicWriteType type) {
-    ask([&] { peripheral->writeValue(Value(value), *characteristic(Sample::writable), type); });
+    written_.emplace_back(value);
+    ask([&] { peripheral->writeValue(written_.back(), *characteristic(Sample::writable), type); });
 }
 
 void Scene::cancel() {
@@ -228,21 +238,34 @@ void Scene::cancel() {
     waitForOneMore(Kind::disconnected, before);
 }
 
+std::vector<ServiceRef> Scene::services() const {
+    const auto list = peripheral->services();
+    findings.require(list.has_value(), "services were discovered");
+    return *list;
+}
+
 ServiceRef Scene::service() const {
-    for (const ServiceRef& service : peripheral->services().value_or(std::vector<ServiceRef>{})) {
-        if (service->uuid == Sample::service) return service;
+    ServiceRef wanted;
+    for (const ServiceRef& service : services()) {
+        if (service->uuid == Sample::service) wanted = service;
     }
-    return nullptr;
+    findings.require(wanted != nullptr, "the service is in the list");
+    return wanted;
+}
+
+std::vector<CharacteristicRef> Scene::characteristics() const {
+    const Event* snapshot = client->last(Kind::characteristics);
+    findings.require(snapshot && snapshot->service->characteristics, "characteristics were discovered");
+    return *snapshot->service->characteristics;
 }
 
 CharacteristicRef Scene::characteristic(const CBUUID& uuid) const {
-    const Event* snapshot = client->last(Kind::characteristics);
-    findings.require(snapshot && snapshot->service->characteristics, "characteristics were discovered");
-    for (const CharacteristicRef& found : *snapshot->service->characteristics) {
-        if (found->uuid == uuid) return found;
+    CharacteristicRef wanted;
+    for (const CharacteristicRef& found : characteristics()) {
+        if (found->uuid == uuid) wanted = found;
     }
-    findings.require(false, "the characteristic is in the snapshot");
-    return nullptr;
+    findings.require(wanted != nullptr, "the characteristic is in the list");
+    return wanted;
 }
 
 }  // namespace corvane::conformance

@@ -1,6 +1,7 @@
 // The players of a check: an application that notes what it hears, and a device that notes what it is told.
 #pragma once
 
+#include <list>
 #include <optional>
 
 #include "tests/conformance/contracts.h"
@@ -60,7 +61,7 @@ private:
 
 /// Two services: the first can be subscribed to, written to in both ways, and indicates on a second
 /// characteristic; the other has one characteristic.
-class Sample : public PeripheralDevice {
+class Sample final : public PeripheralDevice, public std::enable_shared_from_this<Sample> {
 public:
     static constexpr CBUUID service{"0000fa00-0000-1000-8000-00805f9b34fb"};
     static constexpr CBUUID notified{"0000fa01-0000-1000-8000-00805f9b34fb"};
@@ -129,15 +130,20 @@ public:
     /// Waits until one more event of the kind has come than there were.
     void waitForOneMore(Event::Kind kind, std::size_t before);
     void settle() { backEnd.settle(); }
-    /// The characteristic in the last snapshot that holds it.
-    CharacteristicRef characteristic(const CBUUID& uuid = Sample::notified) const;
+    // What was discovered last. The check ends where that is missing.
+    std::vector<ServiceRef> services() const;
     ServiceRef service() const;
+    std::vector<CharacteristicRef> characteristics() const;
+    CharacteristicRef characteristic(const CBUUID& uuid = Sample::notified) const;
 
     BackEnd& backEnd;
     Findings& findings;
     std::shared_ptr<Sample> device = std::make_shared<Sample>();
     std::shared_ptr<Client> client = std::make_shared<Client>();
     PeripheralRef peripheral;  ///< The device's, once it was discovered.
+
+private:
+    std::list<Value> written_;  ///< Lives on, in case a back end reads it too late.
 };
 
 }  // namespace corvane::conformance
