@@ -61,6 +61,8 @@ std::string jsonText(const Json& value) {
 
 ScriptLine ScriptLine::parse(std::string_view text) {
     if (text.substr(0, 3) == "\xEF\xBB\xBF") throw ScriptError("begins with a byte order mark");
+    // The library takes a zero byte for the end of the text, and would never see what follows it.
+    if (text.find('\0') != text.npos) throw ScriptError("has a zero byte");
     try {
         Json object = Json::parse(text, DuplicateKeys());
         if (!object.is_object()) throw ScriptError("is no JSON object");
