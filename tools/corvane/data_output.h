@@ -7,13 +7,15 @@
 namespace corvane::tool {
 
 /// Lines of data, to standard output or to a file. Each line is on its way when the call returns, so that a
-/// program at the other end of a pipe sees a reading when it is taken. What cannot be written is a Failure:
-/// data is never lost in silence.
+/// program at the other end of a pipe sees a reading when it is taken.
+///
+/// Writing never throws: it happens inside callbacks of drivers. What could not be written is kept in mind,
+/// and `close`, with which everybody has to end, makes a Failure of it: data is not lost in silence.
 class DataOutput {
 public:
     /// Standard output.
     DataOutput();
-    /// A file that is made anew.
+    /// A file that is made anew; a Failure where that cannot be.
     explicit DataOutput(const std::string& path);
     ~DataOutput();
     DataOutput(const DataOutput&) = delete;
@@ -21,16 +23,16 @@ public:
 
     void line(std::string_view text);
     /// Text with line ends of its own.
-    void text(std::string_view text);
+    void write(std::string_view text);
 
-    /// Some systems tell only now that the disk is full.
+    bool failed() const { return error_ != 0; }
+
     void close();
 
 private:
-    [[noreturn]] void fail(int error) const;
-
     std::FILE* file_;
     std::string name_;
+    int error_ = 0;  ///< The first one, as in errno.
 };
 
 }  // namespace corvane::tool

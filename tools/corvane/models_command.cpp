@@ -32,14 +32,17 @@ std::vector<std::string> tableRow(const Model& model) {
 }  // namespace
 
 ExitStatus listModels(const ModelsOptions& options) {
-    DataOutput out;
-    if (options.json) {
-        for (const Model* model : models()) out.line(jsonLine(*model));
-        return ExitStatus::done;
-    }
     std::vector<std::vector<std::string>> rows = {{"ID", "CLASS", "KIND", "NAME", "SERVICE", "HOST NEEDS"}};
-    for (const Model* model : models()) rows.push_back(tableRow(*model));
-    for (const std::string& line : tableLines(rows)) out.line(line);
+    DataOutput out;
+    for (const Model* model : models()) {
+        if (options.json) {
+            out.line(jsonLine(*model));
+        } else {
+            rows.push_back(tableRow(*model));
+        }
+    }
+    if (!options.json) out.write(tableText(rows));
+    out.close();
     return ExitStatus::done;
 }
 

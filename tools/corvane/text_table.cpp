@@ -5,21 +5,21 @@
 
 namespace corvane::tool {
 
-std::vector<std::string> tableLines(const std::vector<std::vector<std::string>>& rows) {
+std::string tableText(const std::vector<std::vector<std::string>>& rows) {
     std::vector<std::size_t> widths;
     for (const auto& row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
         for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
     }
-    std::vector<std::string> lines;
+    std::string text;
     for (const auto& row : rows) {
-        std::string& line = lines.emplace_back();
         for (std::size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
-            if (i + 1 < row.size()) line.append(widths[i] - row[i].size() + 2, ' ');
+            text += row[i];
+            if (i + 1 < row.size()) text.append(widths[i] - row[i].size() + 2, ' ');
         }
+        text += '\n';
     }
-    return lines;
+    return text;
 }
 
 }  // namespace corvane::tool

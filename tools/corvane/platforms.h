@@ -1,0 +1,52 @@
+// The platforms that this program can measure on. The one seam: a new back end is an entry here.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "corvane/framework/model.h"
+#include "corvane/platform/platform.h"
+#include "faults.h"
+
+namespace corvane::tool {
+
+struct PlatformOptions {
+    std::string name = "auto";
+    std::string adapter;  ///< For a real radio; empty for the first one.
+    // For the simulated one:
+    std::optional<std::uint64_t> seed;
+    bool realTime = false;
+    Faults faults;
+};
+
+/// A platform with its queue, run by the program.
+class HostPlatform {
+public:
+    virtual ~HostPlatform() = default;
+
+    virtual Platform& platform() = 0;
+
+    /// The platform's time, from whenever on.
+    virtual std::chrono::nanoseconds now() const = 0;
+
+    /// Brings a device of this model into reach, where devices are emulated.
+    virtual void place(const Model& /*model*/) {}
+
+    /// Runs the queue until `done`, or until that much of the platform's time has passed; returns whether it
+    /// was done. `done` is asked after whatever happens, a signal included.
+    virtual bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) = 0;
+};
+
+/// The platform of that name; "auto" is the first real one that has an adapter. Where there is none, or the
+/// options are not for it, a Failure says so.
+std::unique_ptr<HostPlatform> openPlatform(const PlatformOptions& options);
+
+/// The names that it knows, as a list to read.
+std::string platformNames();
+
+}  // namespace corvane::tool
