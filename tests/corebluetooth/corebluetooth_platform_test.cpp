@@ -110,8 +110,10 @@ private:
     }
 };
 
-class CoreBluetoothPlatformTest : public StandinTest {
+class CoreBluetoothPlatformTest : public testing::Test {
 protected:
+    FreshAir air;
+
     void open() {
         owner->open(*platform);
         mainLoop::runUntilIdle();

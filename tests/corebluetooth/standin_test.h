@@ -10,12 +10,14 @@
 
 namespace standin {
 
-/// A new air before the test; after it, nothing may be left of what the test made, and the back end may have
+/// A new air for one test. Afterwards nothing may be left of what the test made, and the back end may have
 /// done nothing that the system complains about.
-class StandinTest : public testing::Test {
-protected:
-    StandinTest() { radio::reset(); }
-    ~StandinTest() override {
+class FreshAir {
+public:
+    explicit FreshAir(StackBehaviour behaviour = {}) { radio::reset(behaviour); }
+    FreshAir(const FreshAir&) = delete;
+    FreshAir& operator=(const FreshAir&) = delete;
+    ~FreshAir() {
         mainLoop::runUntilIdle();
         mainLoop::clear();
         EXPECT_THAT(radio::takeMisuses(), testing::IsEmpty());
@@ -25,7 +27,7 @@ protected:
     }
 
 private:
-    // The main loop keeps a few objects for ever.
+    // The main loop keeps a few objects for ever, from when it is first asked for anything.
     const std::size_t objectsBefore_ = (mainLoop::now(), objc::liveObjects());
     void* const pool_ = objc_autoreleasePoolPush();
 };

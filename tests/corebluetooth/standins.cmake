@@ -32,5 +32,8 @@ target_link_libraries(corebluetooth_backend PUBLIC corvane::core)
 corvane_warnings(corebluetooth_backend)
 
 corvane_test(corebluetooth_test
+    corebluetooth_conformance_test.cpp
+    corebluetooth_models_test.cpp
     corebluetooth_platform_test.cpp
-    LINK corebluetooth_backend corebluetooth_standins corvane::emulators)
+    LINK conformance_suite corebluetooth_backend corebluetooth_standins corvane::emulators
+        corvane::simulated)

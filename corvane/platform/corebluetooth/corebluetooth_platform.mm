@@ -459,8 +459,9 @@ private:
 
     void report(const KnownPeripheral& known) {
         std::optional<std::string> name = known->name();
-        if (known->reportedName == name) return;
-        known->reportedName = std::move(name);
+        // Spelled out: an absent name equals none reported yet.
+        if (known->reportedName.has_value() && *known->reportedName == name) return;
+        known->reportedName.emplace(std::move(name));
         tell(delegate_, [&](CBCentralManagerDelegate& delegate) { delegate.didDiscover(known); });
     }
 

@@ -5,6 +5,7 @@
 #include <map>
 #include <utility>
 
+#include "corvane/framework/text_decoding.h"
 #include "foundation_private.h"
 #include "main_loop.h"
 #include "radio.h"
@@ -91,18 +92,23 @@ struct Link final : corvane::PeripheralHost, std::enable_shared_from_this<Link> 
     std::vector<__weak CBPeripheral*> members;
 };
 
-struct Station {
+struct Station : std::enable_shared_from_this<Station> {
     std::shared_ptr<corvane::PeripheralDevice> device;
     std::string identifier;
-    std::optional<std::string> name;
+    std::optional<std::optional<std::string>> nameByTest;
     bool inReach = false;
     bool failsDiscovery = false;
     int failures = 0;
     std::shared_ptr<Link> link;
 
+    /// As the system has it, which takes the bytes of an advert for text.
+    NSString* name() const;
     void join(CBPeripheral* peripheral);
+    /// Nil for one that is deallocated.
     void leave(CBPeripheral* peripheral);
     void close();
+    void advertise();
+    bool accepts() const { return inReach && (!link || link->open); }
 };
 
 namespace {
@@ -140,11 +146,17 @@ std::vector<CBCentralManager*> managersAlive() {
     return alive;
 }
 
-std::shared_ptr<Station> stationOf(const corvane::PeripheralDevice& device) {
+std::shared_ptr<Station> find(const corvane::PeripheralDevice& device) {
     for (const auto& station : theRadio().stations) {
         if (station->device.get() == &device) return station;
     }
-    std::abort();
+    return nullptr;
+}
+
+std::shared_ptr<Station> stationOf(const corvane::PeripheralDevice& device) {
+    const auto station = find(device);
+    if (!station) std::abort();  // the test never added it
+    return station;
 }
 
 /// The peripherals by which managers know the device.
@@ -233,6 +245,19 @@ void deliver(CBPeripheral* peripheral, CBCharacteristic* characteristic,
 
 }  // namespace
 
+NSString* Station::name() const {
+    if (nameByTest) return *nameByTest ? string(**nameByTest) : nil;
+    const std::string bytes = device->name();
+    if (bytes.empty()) return nil;
+    std::string decoded;
+    for (std::string_view rest = bytes; !rest.empty();) {
+        const std::size_t length = corvane::utf8CharacterLength(rest);
+        decoded += length ? rest.substr(0, length) : "\uFFFD";
+        rest.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return string(decoded);
+}
+
 void Link::notify(const corvane::CBUUID& uuid, Bytes value) {
     const std::vector<std::uint8_t> copy(value.begin(), value.end());
     for (const auto& member : members) {
@@ -264,21 +289,29 @@ void Station::join(CBPeripheral* peripheral) {
 }
 
 void Station::leave(CBPeripheral* peripheral) {
-    peripheral->_services = nil;
-    peripheral->_offered.clear();
-    if (!link) return;
+    if (peripheral) {
+        peripheral->_services = nil;
+        peripheral->_offered.clear();
+    }
+    if (!link || !link->open) return;
     std::erase_if(link->members, [&](const auto& member) { return member == peripheral || !member; });
     if (link->members.empty()) close();
 }
 
+/// The device hears of it later, and until then nobody can link to it.
 void Station::close() {
-    if (!link) return;
-    const auto held = std::exchange(link, nullptr);
-    held->open = false;
-    device->disconnected();
+    link->open = false;
+    mainLoop::after(0ns, [self = shared_from_this()] {
+        self->device->disconnected();
+        self->link = nullptr;
+        self->advertise();
+    });
+}
+
+void Station::advertise() {
     if (!inReach) return;
-    const auto self = stationOf(*device);
-    for (CBCentralManager* manager : managersAlive()) [manager hear:self];
+    for (CBCentralManager* manager : managersAlive()) [manager hear:shared_from_this()];
+    for (CBPeripheral* peripheral : peripheralsOf(*this)) [peripheral->_manager tryToLink:peripheral];
 }
 
 namespace radio {
@@ -297,32 +330,28 @@ void setState(long state) {
 }
 
 void add(std::shared_ptr<Device> device) {
-    auto& stations = theRadio().stations;
-    const bool isNew = std::none_of(stations.begin(), stations.end(),
-                                    [&](const auto& station) { return station->device == device; });
-    if (isNew) {
-        auto station = std::make_shared<Station>();
+    auto station = find(*device);
+    if (!station) {
+        auto& stations = theRadio().stations;
+        station = stations.emplace_back(std::make_shared<Station>());
         station->device = device;
-        std::string number = std::to_string(stations.size() + 1);
+        std::string number = std::to_string(stations.size());
         number.insert(0, 12 - number.size(), '0');
         station->identifier = "C0DE0000-0000-4000-8000-" + number;
-        stations.push_back(station);
-        nameChanged(*device);
     }
-    const auto station = stationOf(*device);
     station->inReach = true;
-    for (CBCentralManager* manager : managersAlive()) [manager hear:station];
-    for (CBPeripheral* peripheral : peripheralsOf(*station)) [peripheral->_manager tryToLink:peripheral];
+    station->advertise();
 }
 
 void remove(const Device& device) {
-    stationOf(device)->inReach = false;
+    const auto station = find(device);
+    if (!station) return;
+    station->inReach = false;
     loseLink(device);
 }
 
 void loseLink(const Device& device) {
     const auto station = stationOf(device);
-    if (!station->link) return;
     for (CBPeripheral* peripheral : peripheralsOf(*station)) {
         if (peripheral->_state == CBPeripheralStateConnected) {
             [peripheral->_manager end:peripheral error:linkLost()];
@@ -335,19 +364,18 @@ void failDiscovery(const Device& device) { stationOf(device)->failsDiscovery = t
 std::string identifier(const Device& device) { return stationOf(device)->identifier; }
 
 void nameChanged(const Device& device) {
-    const std::string name = device.name();
-    setName(device, name.empty() ? std::nullopt : std::optional(name));
-}
-
-void setName(const Device& device, std::optional<std::string> name) {
     const auto station = stationOf(device);
-    station->name = std::move(name);
     for (CBPeripheral* peripheral : peripheralsOf(*station)) {
-        peripheral->_name = station->name ? string(*station->name) : nil;
+        peripheral->_name = station->name();
         if (id<CBPeripheralDelegate> delegate = peripheral.delegate) {
             mainLoop::after(0ns, [=] { [delegate peripheralDidUpdateName:peripheral]; });
         }
     }
+}
+
+void setName(const Device& device, std::optional<std::string> name) {
+    stationOf(device)->nameByTest = std::move(name);
+    nameChanged(device);
 }
 
 void changeService(const Device& device, const corvane::CBUUID& uuid) {
@@ -613,7 +641,6 @@ using namespace standin;
     peripheral->_identifier = [[NSUUID alloc] initWithUUIDString:string(station->identifier)];
     peripheral->_manager = self;
     peripheral->_station = station;
-    peripheral->_name = station->name ? string(*station->name) : nil;
     _peripherals[station->identifier] = peripheral;
     return peripheral;
 }
@@ -631,9 +658,11 @@ using namespace standin;
       if (!self->_scanning || !heard->inReach || heard->link) return;
       if (std::count(self->_reported.begin(), self->_reported.end(), heard->identifier)) return;
       self->_reported.push_back(heard->identifier);
+      CBPeripheral* peripheral = [self peripheralOf:heard];
+      peripheral->_name = heard->name();
       for (int i = theRadio().behaviour.repeatsDiscoveries ? 2 : 1; i > 0; --i) {
           [delegate centralManager:self
-              didDiscoverPeripheral:[self peripheralOf:heard]
+              didDiscoverPeripheral:peripheral
                   advertisementData:[NSDictionary new]
                                RSSI:[NSNumber numberWithInt:-50]];
       }
@@ -653,11 +682,11 @@ using namespace standin;
 }
 /// An attempt never times out by itself: it waits for the device to come into reach.
 - (void)tryToLink:(CBPeripheral*)peripheral {
-    if (peripheral->_state != CBPeripheralStateConnecting || !peripheral->_station->inReach) return;
+    if (peripheral->_state != CBPeripheralStateConnecting || !peripheral->_station->accepts()) return;
     __weak CBPeripheral* weakPeripheral = peripheral;  // nobody but the application keeps it
     [self later:^(id<CBCentralManagerDelegate> delegate) {
       CBPeripheral* alive = weakPeripheral;
-      if (!alive || alive->_state != CBPeripheralStateConnecting || !alive->_station->inReach) return;
+      if (!alive || alive->_state != CBPeripheralStateConnecting || !alive->_station->accepts()) return;
       if (alive->_station->failures > 0) {
           --alive->_station->failures;
           alive->_state = CBPeripheralStateDisconnected;

@@ -88,11 +88,16 @@ std::optional<std::chrono::nanoseconds> nextDue() {
     return next == loop().entries.end() ? std::nullopt : std::optional(next->first);
 }
 
+bool stepUntil(std::chrono::nanoseconds limit) {
+    const auto due = nextDue();
+    if (!due || *due > limit) return false;
+    loop().now = std::max(loop().now, *due);
+    return step();
+}
+
 void runFor(std::chrono::nanoseconds duration) {
     const auto until = loop().now + duration;
-    for (auto due = nextDue(); due && *due <= until; due = nextDue()) {
-        loop().now = std::max(loop().now, *due);
-        step();
+    while (stepUntil(until)) {
     }
     loop().now = until;
 }
