@@ -1,0 +1,54 @@
+#include "corvane/platform/bluez/bluez_platform.h"
+
+#include <poll.h>
+
+#include "corvane/platform/bluez/central.h"
+#include "corvane/platform/bluez/event_loop.h"
+#include "corvane/platform/bluez/radio.h"
+
+namespace corvane {
+
+struct BlueZPlatform::Parts {
+    bluez::EventLoop loop;
+    std::shared_ptr<bluez::Radio> radio;
+    bool stopped = false;
+};
+
+BlueZPlatform::BlueZPlatform(BlueZOptions options) : parts_(std::make_unique<Parts>()) {
+    parts_->radio = std::make_shared<bluez::Radio>(std::move(options), parts_->loop);
+}
+
+BlueZPlatform::~BlueZPlatform() { parts_->loop.discardTasks(); }
+
+std::shared_ptr<CBCentralManager>
+BlueZPlatform::makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate) {
+    return bluez::Central::make(parts_->radio, std::move(delegate));
+}
+
+MainQueue& BlueZPlatform::mainQueue() { return parts_->loop; }
+
+void BlueZPlatform::run() {
+    for (parts_->stopped = false; !parts_->stopped;) parts_->loop.step();
+}
+
+void BlueZPlatform::stop() { parts_->stopped = true; }
+
+bool BlueZPlatform::runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) {
+    const auto end = bluez::Clock::now() + limit;
+    for (;;) {
+        if (done()) return true;
+        const auto left = end - bluez::Clock::now();
+        if (left <= left.zero()) return false;
+        parts_->loop.step(left);
+    }
+}
+
+int BlueZPlatform::descriptor() const { return parts_->loop.descriptor(); }
+
+short BlueZPlatform::events() const { return POLLIN; }
+
+std::optional<std::chrono::nanoseconds> BlueZPlatform::timeout() { return parts_->loop.timeout(); }
+
+void BlueZPlatform::process() { parts_->loop.step(std::chrono::nanoseconds::zero()); }
+
+}  // namespace corvane

@@ -1,0 +1,77 @@
+// Bluetooth on Linux: BlueZ, over D-Bus.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "corvane/platform/platform.h"
+
+namespace corvane {
+
+/// The way on which notified values come from bluetoothd.
+enum class BlueZNotifyPath {
+    /// `signals`: on the socket's way bluetoothd drops what a device notifies between the moment it is
+    /// subscribed to and the moment it says so, and some devices send their only reading there.
+    automatic,
+    /// A socket of its own for each characteristic, which costs a third of the processor time; where it is
+    /// refused, signals.
+    socket,
+    /// A bus message for each value.
+    signals,
+};
+
+struct BlueZOptions {
+    /// "hci1". Empty: the first adapter that is powered on, or else the first.
+    std::string adapter{};
+    /// A D-Bus address. Empty: the system bus.
+    std::string busAddress{};
+    BlueZNotifyPath notifyPath = BlueZNotifyPath::automatic;
+    /// Told what is refused and what is tried again, in BlueZ's words, a line each. May be absent. The texts
+    /// can hold what a device sends: use `printable` before they reach a terminal.
+    std::function<void(std::string_view line)> diagnostics{};
+};
+
+/// The radio of this computer. One thread: everything happens inside `run`, `runUntil` or `process`, which
+/// must not be called from inside each other. What is called from there must not throw.
+///
+/// A host with a loop of its own waits until `descriptor` is ready for `events`, or `timeout` is over, and
+/// calls `process`; it asks for `timeout` anew before each wait. With nothing to do there is no timeout and
+/// no wake-up.
+///
+/// Identifiers are made from a device's address. A device that uses private addresses has another identifier
+/// after it has changed its address.
+class BlueZPlatform final : public Platform {
+public:
+    explicit BlueZPlatform(BlueZOptions options = {});
+    ~BlueZPlatform() override;
+
+    std::shared_ptr<CBCentralManager>
+    makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate) override;
+    MainQueue& mainQueue() override;
+
+    /// Runs until `stop`.
+    void run();
+    /// Ends the `run` that is running.
+    void stop();
+    /// Runs until `done` returns true or the time is over, and returns what `done` returned last. `done` is
+    /// asked before each wait.
+    bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit);
+
+    int descriptor() const;
+    /// For poll(2); does not change.
+    short events() const;
+    /// How long to wait at most; none means for ever.
+    std::optional<std::chrono::nanoseconds> timeout();
+    /// Handles what is due, and does not wait.
+    void process();
+
+private:
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace corvane

@@ -1,0 +1,158 @@
+#include "corvane/platform/bluez/bluez_service.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace corvane::bluez {
+namespace {
+
+constexpr const char* serviceName = "org.bluez";
+constexpr std::string_view busName = "org.freedesktop.DBus";
+constexpr auto retryDelay = std::chrono::seconds(1);
+constexpr auto longestReconnectDelay = std::chrono::seconds(30);
+
+std::string_view senderOf(sd_bus_message* message) {
+    const char* sender = sd_bus_message_get_sender(message);
+    return sender ? std::string_view(sender) : std::string_view();
+}
+
+bool isNobodyThere(const Reply& reply) {
+    return reply.is("org.freedesktop.DBus.Error.ServiceUnknown") ||
+           reply.is("org.freedesktop.DBus.Error.NameHasNoOwner");
+}
+
+}  // namespace
+
+BlueZService::BlueZService(std::string busAddress, EventLoop& loop, ObjectTree::Observer& observer,
+                           std::function<void()> changed, std::function<void(std::string_view)> diagnostics)
+    : address_(std::move(busAddress)), loop_(loop), changed_(std::move(changed)),
+      diagnostics_(std::move(diagnostics)), tree_(observer) {}
+
+BlueZService::~BlueZService() {
+    if (bus_) loop_.detach(*bus_);
+}
+
+void BlueZService::open() {
+    // Without a bus at the start there is none to wait for.
+    if (!bus_) connect();
+}
+
+bool BlueZService::connect() {
+    int error = 0;
+    bus_ = Bus::open(address_, error);
+    if (!bus_) {
+        setPresence(error == -EACCES || error == -EPERM ? Presence::refused : Presence::absent);
+        return false;
+    }
+    bus_->closed = [this] { busClosed(); };
+    loop_.attach(bus_);
+    listen();
+    requestObjects();
+    return true;
+}
+
+void BlueZService::busClosed() {
+    diagnostics_("the bus has closed the connection");
+    loop_.detach(*std::exchange(bus_, nullptr));
+    objectsCall_.reset();
+    for (Slot* match : {&ownerMatch_, &objectsMatch_, &propertiesMatch_}) match->reset();
+    owner_.clear();
+    tree_.clear();
+    setPresence(Presence::absent);
+    reconnectLater();
+}
+
+void BlueZService::reconnectLater() {
+    retry_ = loop_.after(reconnectDelay_, [this] {
+        if (!connect()) reconnectLater();
+    });
+    reconnectDelay_ = std::min(reconnectDelay_ * 2, longestReconnectDelay);
+}
+
+void BlueZService::listen() {
+    // Before the objects are asked for, so that no change falls between.
+    ownerMatch_ = bus_->match("type='signal',sender='org.freedesktop.DBus',"
+                              "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='org.bluez'",
+                              [this](sd_bus_message* signal) { ownerChanged(signal); });
+    objectsMatch_ =
+        bus_->match("type='signal',sender='org.bluez',interface='org.freedesktop.DBus.ObjectManager'",
+                    [this](sd_bus_message* signal) {
+                        if (!fromService(signal)) return;
+                        if (sd_bus_message_is_signal(signal, nullptr, "InterfacesAdded"))
+                            tree_.interfacesAdded(signal);
+                        if (sd_bus_message_is_signal(signal, nullptr, "InterfacesRemoved"))
+                            tree_.interfacesRemoved(signal);
+                    });
+    propertiesMatch_ = bus_->match("type='signal',sender='org.bluez',path_namespace='/org/bluez',"
+                                   "interface='org.freedesktop.DBus.Properties',member='PropertiesChanged'",
+                                   [this](sd_bus_message* signal) {
+                                       if (fromService(signal)) tree_.propertiesChanged(signal);
+                                   });
+}
+
+// Any process may address a signal to this connection, whatever the rules say.
+bool BlueZService::fromService(sd_bus_message* signal) const {
+    return presence_ == Presence::present && senderOf(signal) == owner_;
+}
+
+void BlueZService::requestObjects() {
+    const Message message =
+        bus_->newCall(serviceName, "/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");
+    objectsCall_ =
+        bus_->call(message, std::chrono::seconds(25), [this](const Reply& reply) { objectsArrived(reply); });
+}
+
+void BlueZService::objectsArrived(const Reply& reply) {
+    objectsCall_.reset();
+    if (!reply.failed() && tree_.load(reply.message())) {
+        owner_ = reply.sender();
+        reconnectDelay_ = std::chrono::seconds(1);
+        setPresence(Presence::present);
+    } else if (reply.is("org.freedesktop.DBus.Error.AccessDenied")) {
+        diagnostics_(reply.errorText());
+        setPresence(Presence::refused);
+    } else if (isNobodyThere(reply)) {
+        setPresence(Presence::absent);
+    } else {
+        // It has the name and cannot answer yet.
+        diagnostics_(reply.errorText());
+        retry_ = loop_.after(retryDelay, [this] { requestObjects(); });
+    }
+}
+
+void BlueZService::ownerChanged(sd_bus_message* signal) {
+    const char* name = nullptr;
+    const char* before = nullptr;
+    const char* now = nullptr;
+    if (senderOf(signal) != busName || !sd_bus_message_has_signature(signal, "sss")) return;
+    if (sd_bus_message_read(signal, "sss", &name, &before, &now) < 0 || std::string_view(name) != serviceName)
+        return;
+    // Whoever has the name now: what the former owner said holds no longer.
+    owner_.clear();
+    tree_.clear();
+    objectsCall_.reset();
+    retry_.reset();
+    setPresence(Presence::absent);
+    if (*now) requestObjects();
+}
+
+void BlueZService::setPresence(Presence presence) {
+    if (std::exchange(presence_, presence) != presence) changed_();
+}
+
+Message BlueZService::newCall(std::string_view path, const char* interface, const char* member) {
+    if (presence_ != Presence::present) return Message();
+    return bus_->newCall(owner_, std::string(path), interface, member);
+}
+
+Slot BlueZService::call(const Message& message, Bus::ReplyHandler handler,
+                        std::chrono::microseconds timeout) {
+    return message.get() ? bus_->call(message, timeout, std::move(handler)) : nullptr;
+}
+
+void BlueZService::send(const Message& message) {
+    if (message.get() && bus_) bus_->send(message);
+}
+
+}  // namespace corvane::bluez

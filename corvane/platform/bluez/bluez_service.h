@@ -1,0 +1,69 @@
+// The service org.bluez on the bus: whether it is there, who it is, and its objects.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "corvane/platform/bluez/bus.h"
+#include "corvane/platform/bluez/object_tree.h"
+
+namespace corvane::bluez {
+
+class BlueZService {
+public:
+    enum class Presence {
+        unknown,  ///< Not yet answered.
+        absent,   ///< No bus, or nobody has the name.
+        refused,  ///< It may not be called from here.
+        present,  ///< Its objects are known.
+    };
+
+    /// `changed` is called after the presence has changed; the tree is empty unless the service is present.
+    BlueZService(std::string busAddress, EventLoop& loop, ObjectTree::Observer& observer,
+                 std::function<void()> changed, std::function<void(std::string_view)> diagnostics);
+    ~BlueZService();
+    BlueZService(const BlueZService&) = delete;
+    BlueZService& operator=(const BlueZService&) = delete;
+
+    /// Connects to the bus. Nothing happens before.
+    void open();
+
+    Presence presence() const { return presence_; }
+    ObjectTree& tree() { return tree_; }
+    const ObjectTree& tree() const { return tree_; }
+
+    /// A call to the very process that was found to be the service. Null when it is not present.
+    Message newCall(std::string_view path, const char* interface, const char* member);
+    [[nodiscard]] Slot call(const Message& message, Bus::ReplyHandler handler,
+                            std::chrono::microseconds timeout = std::chrono::seconds(25));
+    void send(const Message& message);
+
+private:
+    bool connect();
+    void reconnectLater();
+    void busClosed();
+    void listen();
+    void requestObjects();
+    void objectsArrived(const Reply& reply);
+    void ownerChanged(sd_bus_message* signal);
+    void setPresence(Presence presence);
+    bool fromService(sd_bus_message* signal) const;
+
+    const std::string address_;
+    EventLoop& loop_;
+    const std::function<void()> changed_;
+    const std::function<void(std::string_view)> diagnostics_;
+    ObjectTree tree_;
+    Presence presence_ = Presence::unknown;
+    std::shared_ptr<Bus> bus_;
+    std::string owner_;  // The service's unique name.
+    Slot ownerMatch_, objectsMatch_, propertiesMatch_;
+    Slot objectsCall_;
+    std::unique_ptr<Timer> retry_;
+    std::chrono::seconds reconnectDelay_{1};
+};
+
+}  // namespace corvane::bluez

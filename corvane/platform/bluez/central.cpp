@@ -1,0 +1,303 @@
+#include "corvane/platform/bluez/central.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace corvane::bluez {
+namespace {
+
+// The path is the handle; the session tells on which link it was found.
+struct DiscoveredCharacteristic : CBCharacteristic {
+    std::string path;
+    std::weak_ptr<GattSession> session;
+};
+
+struct DiscoveredService : CBService {
+    std::string path;
+    std::weak_ptr<GattSession> session;
+};
+
+bool isWanted(const std::vector<CBUUID>& wanted, const CBUUID& uuid) {
+    return wanted.empty() || std::find(wanted.begin(), wanted.end(), uuid) != wanted.end();
+}
+
+}  // namespace
+
+std::size_t Central::IdentifierHash::operator()(const CBUUID& identifier) const {
+    std::size_t hash = 0;
+    std::memcpy(&hash, identifier.bytes().data(), sizeof hash);
+    return hash;
+}
+
+std::shared_ptr<Central> Central::make(const std::shared_ptr<Radio>& radio,
+                                       std::weak_ptr<CBCentralManagerDelegate> delegate) {
+    const std::shared_ptr<Central> central(new Central(radio, std::move(delegate)));
+    radio->add(*central);
+    return central;
+}
+
+Central::Central(const std::shared_ptr<Radio>& radio, std::weak_ptr<CBCentralManagerDelegate> delegate)
+    : radio_(radio), delegate_(std::move(delegate)) {}
+
+Central::~Central() {
+    const auto radio = radio_.lock();
+    if (!radio) return;
+    radio->remove(*this);
+    for (const auto& [identifier, acquaintance] : acquaintances_) {
+        if (const auto peripheral = acquaintance.peripheral.lock()) peripheral->cancel(*radio);
+    }
+}
+
+template <class Event>
+void Central::deliver(Event event) {
+    const auto radio = radio_.lock();
+    if (!radio) return;
+    radio->loop().post([weak = weak_from_this(), event = std::move(event)] {
+        const auto central = weak.lock();
+        const auto delegate = central ? central->delegate_.lock() : nullptr;
+        if (delegate) event(*central, *delegate);
+    });
+}
+
+void Central::radioIs(CBManagerState state) {
+    if (state != CBManagerState::poweredOn) scanning_ = false;
+    deliver([state](Central& central, CBCentralManagerDelegate& delegate) {
+        if (std::exchange(central.state_, state) != state) delegate.didUpdateState();
+    });
+}
+
+void Central::scanForPeripherals() {
+    const auto radio = radio_.lock();
+    if (!radio || radio->state() != CBManagerState::poweredOn) return;
+    std::erase_if(acquaintances_, [](const auto& entry) { return entry.second.peripheral.expired(); });
+    scanning_ = true;
+    ++scan_;
+    radio->scanStarted(*this);
+}
+
+void Central::stopScan() {
+    if (!std::exchange(scanning_, false)) return;
+    if (const auto radio = radio_.lock()) radio->scanStopped();
+}
+
+void Central::heard(const DeviceNode& device) {
+    Acquaintance& acquaintance = acquaintances_[device.identifier];
+    if (acquaintance.toldInScan == scan_ && acquaintance.toldName == device.name) return;
+    acquaintance.toldInScan = scan_;
+    acquaintance.toldName = device.name;
+    deliver([scan = scan_, peripheral = acquaint(acquaintance, device)](Central& central,
+                                                                        CBCentralManagerDelegate& delegate) {
+        if (central.scanning_ && central.scan_ == scan) delegate.didDiscover(peripheral);
+    });
+}
+
+// One object for one device, for as long as anybody can tell the difference.
+std::shared_ptr<Peripheral> Central::acquaint(Acquaintance& acquaintance, const DeviceNode& device) {
+    acquaintance.kept = acquaintance.peripheral.lock();
+    if (acquaintance.kept) {
+        acquaintance.kept->follow(device);
+    } else {
+        acquaintance.kept = std::make_shared<Peripheral>(radio_, weak_from_this(), device);
+        acquaintance.peripheral = acquaintance.kept;
+    }
+    return acquaintance.kept;
+}
+
+void Central::vanished(const DeviceNode& device) {
+    const auto found = acquaintances_.find(device.identifier);
+    // That it was told of in this scan is kept.
+    if (found != acquaintances_.end()) found->second.kept.reset();
+}
+
+Peripheral* Central::own(const PeripheralRef& peripheral) {
+    const auto own = std::dynamic_pointer_cast<Peripheral>(peripheral);
+    return own && own->belongsTo(*this) ? own.get() : nullptr;
+}
+
+void Central::connect(const PeripheralRef& peripheral) {
+    const auto radio = radio_.lock();
+    if (!radio || radio->state() != CBManagerState::poweredOn) return;
+    if (Peripheral* wanted = own(peripheral)) wanted->connect(*radio);
+}
+
+void Central::cancelPeripheralConnection(const PeripheralRef& peripheral) {
+    const auto radio = radio_.lock();
+    if (!radio) return;
+    if (Peripheral* left = own(peripheral)) left->cancel(*radio);
+}
+
+Peripheral::Peripheral(std::weak_ptr<Radio> radio, std::weak_ptr<Central> central, const DeviceNode& device)
+    : radio_(std::move(radio)), central_(std::move(central)), identifier_(device.identifier),
+      identifierText_(device.identifier.uuidString()), device_(device.path), name_(device.name) {}
+
+std::optional<std::string> Peripheral::name() const {
+    const auto radio = radio_.lock();
+    const DeviceNode* node = radio ? radio->tree().device(device_) : nullptr;
+    // Of a device that BlueZ has forgotten, the last name is as good as any.
+    if (node && node->identifier == identifier_) name_ = node->name;
+    return name_;
+}
+
+bool Peripheral::belongsTo(const Central& central) const { return central_.lock().get() == &central; }
+
+void Peripheral::connect(Radio& radio) {
+    if (std::exchange(wantsLink_, true)) return;
+    radio.linkTo(device_).want(shared_from_this());
+}
+
+void Peripheral::cancel(Radio& radio) {
+    if (!std::exchange(wantsLink_, false)) return;
+    forgetLink();
+    ++attempt_;
+    if (Link* link = radio.findLink(device_)) link->leave(*this);
+}
+
+void Peripheral::forgetLink() {
+    session_.reset();
+    services_.reset();
+    servicesAsked_.clear();
+}
+
+void Peripheral::linkStands(const std::shared_ptr<GattSession>& session) {
+    forgetLink();
+    session_ = session;
+    const auto central = central_.lock();
+    if (!central) return;
+    central->deliver([self = shared_from_this(), attempt = attempt_](Central&, auto& delegate) {
+        // Cancelled by now, it is an attempt that ended without an event.
+        if (self->attempt_ != attempt) return;
+        self->told_ = true;
+        delegate.didConnect(self);
+    });
+}
+
+void Peripheral::linkEnded(const CBError* error) {
+    if (error) {
+        wantsLink_ = false;
+        forgetLink();
+    }
+    const auto central = central_.lock();
+    if (!central) return;
+    central->deliver([self = shared_from_this(),
+                      reason = error ? std::optional(*error) : std::nullopt](Central&, auto& delegate) {
+        if (std::exchange(self->told_, false))
+            delegate.didDisconnectPeripheral(self, reason ? &*reason : nullptr);
+    });
+}
+
+void Peripheral::attemptEnded() { wantsLink_ = false; }
+
+// Queues what is to be told about this link; with the link it is void.
+template <class Event>
+void Peripheral::deliver(Event event) {
+    const auto central = central_.lock();
+    if (!central) return;
+    central->deliver([self = shared_from_this(), session = session_,
+                      event = std::move(event)](Central&, CBCentralManagerDelegate&) {
+        if (self->session_ == session) event(*self);
+    });
+}
+
+void Peripheral::discoverServices(std::span<const CBUUID> wanted) {
+    const auto radio = radio_.lock();
+    if (!radio || !session_) return;
+    servicesAsked_.emplace_back(wanted.begin(), wanted.end());
+    const DeviceNode* node = radio->tree().device(device_);
+    if (node && node->servicesResolved) servicesResolved();
+}
+
+void Peripheral::servicesResolved() {
+    for (auto& wanted : std::exchange(servicesAsked_, {}))
+        deliver([wanted = std::move(wanted)](Peripheral& self) { self.tellServices(wanted); });
+}
+
+void Peripheral::tellServices(const std::vector<CBUUID>& wanted) {
+    const auto radio = radio_.lock();
+    if (!radio) return;
+    const auto known =
+        std::exchange(services_, std::vector<ServiceRef>()).value_or(std::vector<ServiceRef>());
+    for (const GattNode& node : radio->tree().services(device_)) {
+        if (!isWanted(wanted, node.uuid)) continue;
+        DiscoveredService service;
+        service.uuid = node.uuid;
+        service.path = node.path;
+        service.session = session_;
+        // What is known of a service stays known, for the values that come meanwhile.
+        for (const ServiceRef& old : known) {
+            if (static_cast<const DiscoveredService&>(*old).path == node.path)
+                service.characteristics = old->characteristics;
+        }
+        services_->push_back(std::make_shared<const DiscoveredService>(std::move(service)));
+    }
+    if (const auto delegate = delegate_.lock()) delegate->didDiscoverServices(shared_from_this(), nullptr);
+}
+
+void Peripheral::discoverCharacteristics(std::span<const CBUUID> wanted, const CBService& service) {
+    const auto& discovered = static_cast<const DiscoveredService&>(service);
+    if (!session_ || discovered.session.lock() != session_) return;
+    deliver([list = std::vector(wanted.begin(), wanted.end()), path = discovered.path](Peripheral& self) {
+        self.tellCharacteristics(list, path);
+    });
+}
+
+void Peripheral::tellCharacteristics(const std::vector<CBUUID>& wanted, const std::string& path) {
+    const auto radio = radio_.lock();
+    if (!radio || !services_) return;
+    for (ServiceRef& listed : *services_) {
+        const auto& before = static_cast<const DiscoveredService&>(*listed);
+        if (before.path != path) continue;
+        DiscoveredService service = before;
+        service.characteristics.emplace();
+        for (const GattNode& node : radio->tree().characteristics(path)) {
+            if (!isWanted(wanted, node.uuid)) continue;
+            DiscoveredCharacteristic characteristic;
+            characteristic.uuid = node.uuid;
+            characteristic.path = node.path;
+            characteristic.session = session_;
+            service.characteristics->push_back(
+                std::make_shared<const DiscoveredCharacteristic>(std::move(characteristic)));
+        }
+        const ServiceRef told = listed = std::make_shared<const DiscoveredService>(std::move(service));
+        if (const auto delegate = delegate_.lock())
+            delegate->didDiscoverCharacteristicsFor(shared_from_this(), told, nullptr);
+        return;
+    }
+}
+
+void Peripheral::setNotifyValue(bool enabled, const CBCharacteristic& characteristic) {
+    const auto& discovered = static_cast<const DiscoveredCharacteristic&>(characteristic);
+    if (!session_ || discovered.session.lock() != session_) return;
+    if (enabled) {
+        session_->subscribe(discovered.path, shared_from_this());
+    } else {
+        session_->unsubscribe(discovered.path, *this);
+    }
+}
+
+void Peripheral::writeValue(Bytes value, const CBCharacteristic& characteristic,
+                            CBCharacteristicWriteType type) {
+    const auto& discovered = static_cast<const DiscoveredCharacteristic&>(characteristic);
+    if (!session_ || discovered.session.lock() != session_) return;
+    session_->write(discovered.path, value, type);
+}
+
+void Peripheral::valueArrived(std::string_view path, Bytes value) {
+    const CharacteristicRef characteristic = session_ ? findCharacteristic(path) : nullptr;
+    const auto central = central_.lock();
+    const auto delegate = delegate_.lock();
+    if (characteristic && central && delegate)
+        delegate->didUpdateValueFor(shared_from_this(), characteristic, value, nullptr);
+}
+
+CharacteristicRef Peripheral::findCharacteristic(std::string_view path) const {
+    for (const ServiceRef& service : services_.value_or(std::vector<ServiceRef>())) {
+        if (!service->characteristics) continue;
+        for (const CharacteristicRef& characteristic : *service->characteristics) {
+            if (static_cast<const DiscoveredCharacteristic&>(*characteristic).path == path)
+                return characteristic;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace corvane::bluez

@@ -1,0 +1,10 @@
+#include "corvane/platform/bluez/bluez_platform.h"
+
+namespace corvane {
+
+Platform& defaultPlatform() {
+    static auto* const platform = new BlueZPlatform;
+    return *platform;
+}
+
+}  // namespace corvane

@@ -1,0 +1,125 @@
+#include "corvane/platform/bluez/discovery.h"
+
+#include "corvane/platform/bluez/retry_delay.h"
+
+namespace corvane::bluez {
+namespace {
+
+constexpr const char* adapterInterface = "org.bluez.Adapter1";
+// So often "in progress", and a discovery of ours must be on whose start was never answered.
+constexpr unsigned mostInProgress = 8;
+
+bool isRefusal(const Reply& reply) {
+    return reply.is("org.freedesktop.DBus.Error.AccessDenied") || reply.is("org.bluez.Error.NotAuthorized");
+}
+
+}  // namespace
+
+void Discovery::want(bool wanted) {
+    wanted_ = wanted;
+    reconcile();
+}
+
+Discovery::Pause Discovery::pause() {
+    Pause pause = pause_.lock();
+    if (!pause) {
+        // A pause that is being released counts no more while it is.
+        pause = Pause(this, [this](void*) { reconcile(); });
+        pause_ = pause;
+    }
+    reconcile();
+    return pause;
+}
+
+void Discovery::useAdapter(std::string path) {
+    adapter_ = std::move(path);
+    filterIsSet_ = false;
+    filterCall_.reset();
+    call_.reset();
+    retry_.reset();
+    failures_ = 0;
+    state_ = State::off;
+    reconcile();
+}
+
+void Discovery::reconcile() {
+    if (adapter_.empty()) return;
+    const bool desired = wanted_ && !isPaused();
+    if (state_ == State::on && !desired) return stop();
+    if (state_ != State::off) return;
+    if (!desired) {
+        retry_.reset();
+        failures_ = 0;
+        if (isPaused()) observer_.airIsQuiet();
+    } else if (!retry_) {
+        start();
+    }
+}
+
+void Discovery::setFilter() {
+    filterIsSet_ = true;
+    Message message = service_.newCall(adapter_, adapterInterface, "SetDiscoveryFilter");
+    // Any filter makes BlueZ report each change of the signal strength, and devices that do not call
+    // themselves discoverable. Repeated advertising data is of no use here.
+    message.append("a{sv}", 2, "Transport", "s", "le", "DuplicateData", "b", 0);
+    filterCall_ = service_.call(message, [this](const Reply& reply) {
+        filterIsSet_ = !reply.failed();
+        if (reply.failed()) observer_.diagnose("SetDiscoveryFilter", reply);
+    });
+}
+
+void Discovery::start() {
+    state_ = State::starting;
+    if (!filterIsSet_) setFilter();
+    call_ = service_.call(service_.newCall(adapter_, adapterInterface, "StartDiscovery"),
+                          [this](const Reply& reply) { started(reply); });
+}
+
+void Discovery::started(const Reply& reply) {
+    const bool inProgress = reply.is("org.bluez.Error.InProgress");
+    if (!reply.failed() || (inProgress && failures_ >= mostInProgress)) return begun();
+    observer_.diagnose("StartDiscovery", reply);
+    state_ = State::off;
+    if (isRefusal(reply)) return observer_.discoveryRefused();
+    retryLater();
+    reconcile();
+}
+
+void Discovery::begun() {
+    call_.reset();
+    failures_ = 0;
+    state_ = State::on;
+    reconcile();
+}
+
+void Discovery::retryLater() {
+    retry_ = loop_.after(retryDelay(++failures_), [this] {
+        retry_.reset();
+        reconcile();
+    });
+}
+
+void Discovery::stop() {
+    state_ = State::stopping;
+    const auto stopped = [this](const Reply& reply) {
+        // Whatever the answer, or if there is none: the next start will tell.
+        if (reply.failed()) observer_.diagnose("StopDiscovery", reply);
+        ended();
+    };
+    call_ = service_.call(service_.newCall(adapter_, adapterInterface, "StopDiscovery"), stopped,
+                          std::chrono::seconds(5));
+}
+
+void Discovery::ended() {
+    call_.reset();
+    state_ = State::off;
+    observer_.discoveryEnded();
+    reconcile();
+}
+
+void Discovery::discoveringChanged(bool discovering) {
+    if (discovering && state_ == State::starting) begun();
+    if (!discovering && state_ == State::stopping) ended();
+}
+
+}  // namespace corvane::bluez

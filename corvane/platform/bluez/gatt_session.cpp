@@ -1,0 +1,228 @@
+#include "corvane/platform/bluez/gatt_session.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+
+#include "corvane/platform/bluez/retry_delay.h"
+
+namespace corvane::bluez {
+namespace {
+
+constexpr const char* characteristicInterface = "org.bluez.GattCharacteristic1";
+// Longer than the 30 seconds that a device has for its answer.
+constexpr auto callTimeout = std::chrono::seconds(35);
+constexpr unsigned mostRefusals = 10;
+// A link that is lost hangs up before it is said to be gone, or after.
+constexpr auto hangUpGrace = std::chrono::seconds(1);
+// Values on a socket whose link has ended; a bound for the case that somebody keeps sending.
+constexpr int mostWaiting = 4096;
+
+bool isListener(const std::weak_ptr<ValueListener>& entry, const ValueListener& listener) {
+    return entry.lock().get() == &listener;
+}
+
+}  // namespace
+
+GattSession::GattSession(BlueZService& service, EventLoop& loop, BlueZNotifyPath notifyPath,
+                         Diagnose diagnose)
+    : service_(service), loop_(loop), notifyPath_(notifyPath), diagnose_(std::move(diagnose)) {}
+
+void GattSession::subscribe(const std::string& characteristic,
+                            const std::shared_ptr<ValueListener>& listener) {
+    const auto [subscription, isNew] = subscriptions_.try_emplace(characteristic);
+    auto& listeners = subscription->second.listeners;
+    if (std::none_of(listeners.begin(), listeners.end(),
+                     [&](const auto& entry) { return isListener(entry, *listener); }))
+        listeners.push_back(listener);
+    if (!isNew) return;
+    const bool bySocket = notifyPath_ == BlueZNotifyPath::socket;
+    enqueue({.kind = bySocket ? Operation::Kind::acquireNotify : Operation::Kind::startNotify,
+             .characteristic = characteristic});
+}
+
+void GattSession::unsubscribe(const std::string& characteristic, const ValueListener& listener) {
+    const auto found = subscriptions_.find(characteristic);
+    if (found == subscriptions_.end()) return;
+    std::erase_if(found->second.listeners, [&](const auto& entry) { return isListener(entry, listener); });
+    if (!found->second.listeners.empty()) return;
+    closeSocket(found->second);
+    subscriptions_.erase(found);
+    enqueue({.kind = Operation::Kind::stopNotify, .characteristic = characteristic});
+}
+
+void GattSession::forget(const ValueListener& listener) {
+    for (auto& [characteristic, subscription] : subscriptions_)
+        std::erase_if(subscription.listeners, [&](const auto& entry) { return isListener(entry, listener); });
+}
+
+void GattSession::write(const std::string& characteristic, Bytes value, CBCharacteristicWriteType type) {
+    enqueue({.kind = Operation::Kind::write,
+             .characteristic = characteristic,
+             .value = {value.begin(), value.end()},
+             .type = type});
+}
+
+// One call at a time. BlueZ refuses a second one for the same characteristic, and lets a write without
+// response overtake a subscription whose answer the device would then not send.
+void GattSession::enqueue(Operation operation) {
+    if (ended_) return;
+    operations_.push_back(std::move(operation));
+    performNext();
+}
+
+void GattSession::performNext() {
+    while (!call_ && !retry_ && !operations_.empty()) {
+        perform(operations_.front());
+        // It could not even be sent, or there was nothing to do.
+        if (!call_) operations_.pop_front();
+    }
+}
+
+void GattSession::perform(const Operation& operation) {
+    using Kind = Operation::Kind;
+    constexpr const char* methods[] = {"AcquireNotify", "StartNotify", "StopNotify", "WriteValue"};
+    const bool starts = operation.kind == Kind::acquireNotify || operation.kind == Kind::startNotify;
+    if (starts && !subscriptionOf(operation.characteristic)) return;
+    if (operation.kind == Kind::startNotify) started_.insert(operation.characteristic);
+    if (operation.kind == Kind::stopNotify && !started_.erase(operation.characteristic)) return;
+
+    Message message = service_.newCall(operation.characteristic, characteristicInterface,
+                                       methods[static_cast<std::size_t>(operation.kind)]);
+    if (operation.kind == Kind::acquireNotify) message.appendOptions();
+    if (operation.kind == Kind::write) {
+        const bool response = operation.type == CBCharacteristicWriteType::withResponse;
+        message.appendBytes(operation.value.data(), operation.value.size());
+        message.appendOptions("type", response ? "request" : "command");
+    }
+    call_ = service_.call(
+        message, [this](const Reply& reply) { answered(reply); }, callTimeout);
+}
+
+void GattSession::answered(const Reply& reply) {
+    using Kind = Operation::Kind;
+    const auto self = shared_from_this();
+    Operation& operation = operations_.front();
+    if (!reply.failed()) {
+        if (operation.kind == Kind::acquireNotify) socketArrived(reply);
+        return done();
+    }
+    diagnose_(sd_bus_message_get_member(reply.message()), reply);
+    if (operation.kind == Kind::acquireNotify) {
+        // Somebody else may be subscribed already, or the device indicates: signals serve both.
+        operation.kind = Kind::startNotify;
+    } else if (!reply.is("org.bluez.Error.InProgress") || ++operation.refusals > mostRefusals) {
+        return done();
+    } else {
+        return retryLater();
+    }
+    call_.reset();
+    performNext();
+}
+
+void GattSession::retryLater() {
+    call_.reset();
+    retry_ = loop_.after(retryDelay(operations_.front().refusals, std::chrono::seconds(1)), [this] {
+        retry_.reset();
+        performNext();
+    });
+}
+
+void GattSession::done() {
+    call_.reset();
+    operations_.pop_front();
+    performNext();
+}
+
+void GattSession::socketArrived(const Reply& reply) {
+    const std::string characteristic = operations_.front().characteristic;
+    Subscription* subscription = subscriptionOf(characteristic);
+    int borrowed = -1;
+    if (!subscription || sd_bus_message_read_basic(reply.message(), 'h', &borrowed) <= 0) return;
+    subscription->socket = NotifySocket::make(
+        Descriptor(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3)),
+        [this, characteristic](Bytes value) { deliver(characteristic, value); },
+        [this, characteristic] { socketHungUp(characteristic); });
+    if (subscription->socket) {
+        loop_.attach(subscription->socket);
+    } else {
+        enqueue({.kind = Operation::Kind::startNotify, .characteristic = characteristic});
+    }
+}
+
+void GattSession::socketHungUp(const std::string& characteristic) {
+    Subscription* subscription = subscriptionOf(characteristic);
+    if (!subscription) return;
+    closeSocket(*subscription);
+    subscription->fallBack = loop_.after(hangUpGrace, [this, characteristic] {
+        enqueue({.kind = Operation::Kind::startNotify, .characteristic = characteristic});
+    });
+}
+
+void GattSession::closeSocket(Subscription& subscription) {
+    const auto socket = std::exchange(subscription.socket, nullptr);
+    if (!socket) return;
+    socket->close();
+    loop_.detach(*socket);
+}
+
+void GattSession::notifyingChanged(std::string_view characteristic, bool notifying) {
+    if (!notifying || !call_ || operations_.empty()) return;
+    const Operation& waiting = operations_.front();
+    // As good as the reply, which may have got lost.
+    if (waiting.kind == Operation::Kind::startNotify && waiting.characteristic == characteristic) done();
+}
+
+void GattSession::valueSignalled(std::string_view characteristic, Bytes value) {
+    // On a socket's way, signals tell only of what others read.
+    if (started_.find(characteristic) != started_.end()) deliver(characteristic, value);
+}
+
+void GattSession::deliver(std::string_view characteristic, Bytes value) {
+    const Subscription* subscription = subscriptionOf(characteristic);
+    if (!subscription) return;
+    const auto self = shared_from_this();
+    if (subscription->listeners.size() == 1) {
+        if (const auto listener = subscription->listeners.front().lock())
+            listener->valueArrived(characteristic, value);
+        return;
+    }
+    // Those who listen may change the list.
+    for (const auto& entry : std::vector(subscription->listeners)) {
+        if (const auto listener = entry.lock()) listener->valueArrived(characteristic, value);
+    }
+}
+
+GattSession::Subscription* GattSession::subscriptionOf(std::string_view characteristic) {
+    const auto found = subscriptions_.find(characteristic);
+    return found == subscriptions_.end() ? nullptr : &found->second;
+}
+
+void GattSession::end() {
+    std::vector<std::shared_ptr<NotifySocket>> sockets;
+    for (const auto& [characteristic, subscription] : subscriptions_) {
+        if (subscription.socket) sockets.push_back(subscription.socket);
+    }
+    for (const auto& socket : sockets) {
+        for (int i = 0; i < mostWaiting && socket->dispatch(); ++i) {
+        }
+    }
+    closeAll();
+    // BlueZ would subscribe again by itself on the next link, before anybody listens, and a device that
+    // sends its reading upon that would send it into the void.
+    for (const std::string& characteristic : std::exchange(started_, {}))
+        service_.send(service_.newCall(characteristic, characteristicInterface, "StopNotify"));
+}
+
+GattSession::~GattSession() { closeAll(); }
+
+void GattSession::closeAll() {
+    ended_ = true;
+    operations_.clear();
+    call_.reset();
+    retry_.reset();
+    for (auto& [characteristic, subscription] : subscriptions_) closeSocket(subscription);
+    subscriptions_.clear();
+}
+
+}  // namespace corvane::bluez

@@ -1,0 +1,271 @@
+#include "corvane/platform/bluez/object_tree.h"
+
+#include <algorithm>
+
+#include "corvane/platform/bluez/device_identifier.h"
+#include "corvane/platform/bluez/property_reader.h"
+
+namespace corvane::bluez {
+namespace {
+
+constexpr std::string_view adapterInterface = "org.bluez.Adapter1";
+constexpr std::string_view deviceInterface = "org.bluez.Device1";
+constexpr std::string_view serviceInterface = "org.bluez.GattService1";
+constexpr std::string_view characteristicInterface = "org.bluez.GattCharacteristic1";
+
+// More than any real neighbourhood, and little enough memory to bear.
+constexpr std::size_t mostObjects = 65'536;
+constexpr std::size_t longestPath = 255;
+// As the Bluetooth standard has them.
+constexpr std::size_t longestName = 248;
+constexpr std::size_t longestValue = 512;
+
+bool isAddress(std::string_view text) {
+    if (text.size() != 17) return false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool fits = i % 3 == 2 ? c == ':' : (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
+        if (!fits) return false;
+    }
+    return true;
+}
+
+bool isAddressType(std::string_view text) { return text == "public" || text == "random"; }
+
+bool readAdapter(sd_bus_message* message, AdapterNode& adapter) {
+    std::optional<bool> powered;
+    std::optional<bool> discovering;
+    if (!readProperties(message, [&](PropertyReader& property) {
+            return property.read("Powered", powered) || property.read("Discovering", discovering);
+        }))
+        return false;
+    adapter.powered = powered.value_or(adapter.powered);
+    adapter.discovering = discovering.value_or(adapter.discovering);
+    return true;
+}
+
+// What one a{sv} of a device says; nothing where it says nothing.
+struct DeviceProperties {
+    std::optional<std::string_view> address;
+    std::optional<std::string_view> addressType;
+    std::optional<std::string_view> name;
+    std::optional<bool> connected;
+    std::optional<bool> servicesResolved;
+    bool heard = false;
+    bool unheard = false;
+    bool nameless = false;
+
+    bool read(sd_bus_message* message) {
+        return readProperties(message, [this](PropertyReader& property) {
+            return property.read("Address", address) || property.read("AddressType", addressType) ||
+                   property.read("Name", name) || property.read("Connected", connected) ||
+                   property.read("ServicesResolved", servicesResolved) || readSignalStrength(property);
+        });
+    }
+
+    bool readInvalidated(sd_bus_message* message) {
+        return readTexts(message, [this](std::string_view property) {
+            if (property == "RSSI") unheard = true;
+            if (property == "Name") nameless = true;
+        });
+    }
+
+private:
+    bool readSignalStrength(PropertyReader& property) {
+        std::optional<std::int16_t> strength;
+        if (!property.read("RSSI", strength)) return false;
+        heard = true;
+        return true;
+    }
+};
+
+// Takes over what the properties say, and tells what that was.
+ObjectTree::DeviceChange apply(DeviceNode& device, const DeviceProperties& properties) {
+    ObjectTree::DeviceChange change;
+    if (properties.heard) device.inReach = change.heard = true;
+    if (properties.unheard) device.inReach = false;
+    if (properties.nameless || properties.name) {
+        const bool usable =
+            properties.name && !properties.name->empty() && properties.name->size() <= longestName;
+        const auto name = usable ? properties.name : std::nullopt;
+        change.renamed = name != device.name;
+        if (change.renamed) device.name = name;
+    }
+    if (properties.connected) {
+        device.connected = *properties.connected;
+        change.connection = true;
+    }
+    if (properties.servicesResolved) {
+        device.servicesResolved = *properties.servicesResolved;
+        change.services = true;
+    }
+    device.servicesResolved = device.servicesResolved && device.connected;
+    return change;
+}
+
+}  // namespace
+
+std::string_view parentOf(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
+}
+
+std::string_view AdapterNode::name() const { return std::string_view(path).substr(path.rfind('/') + 1); }
+
+std::string_view DeviceNode::adapterPath() const { return parentOf(path); }
+
+bool ObjectTree::load(sd_bus_message* message) {
+    clear();
+    if (!sd_bus_message_has_signature(message, "a{oa{sa{sv}}}")) return false;
+    return readEntries(message, 'o', "a{sa{sv}}",
+                       [&](std::string_view path) { return readInterfaces(message, path, false); });
+}
+
+void ObjectTree::clear() {
+    adapters_.clear();
+    devices_.clear();
+    gatt_.clear();
+}
+
+void ObjectTree::interfacesAdded(sd_bus_message* signal) {
+    const char* path = nullptr;
+    if (!sd_bus_message_has_signature(signal, "oa{sa{sv}}")) return;
+    if (sd_bus_message_read_basic(signal, 'o', &path) > 0) readInterfaces(signal, path, true);
+}
+
+bool ObjectTree::readInterfaces(sd_bus_message* message, std::string_view path, bool tell) {
+    return readEntries(message, 's', "a{sv}", [&](std::string_view interface) {
+        return addInterface(message, path, interface, tell);
+    });
+}
+
+bool ObjectTree::addInterface(sd_bus_message* message, std::string_view path, std::string_view interface,
+                              bool tell) {
+    if (hasRoom() && path.size() <= longestPath) {
+        if (interface == adapterInterface) return addAdapter(message, path, tell);
+        if (interface == deviceInterface) return addDevice(message, path, tell);
+        if (interface == serviceInterface) return addGattObject(message, path, true);
+        if (interface == characteristicInterface) return addGattObject(message, path, false);
+    }
+    return sd_bus_message_skip(message, "a{sv}") >= 0;
+}
+
+bool ObjectTree::hasRoom() const { return size() < mostObjects; }
+
+bool ObjectTree::addAdapter(sd_bus_message* message, std::string_view path, bool tell) {
+    AdapterNode adapter{.path = std::string(path)};
+    if (!readAdapter(message, adapter)) return false;
+    adapters_.insert_or_assign(adapter.path, adapter);
+    if (tell) observer_.adaptersChanged();
+    return true;
+}
+
+bool ObjectTree::addDevice(sd_bus_message* message, std::string_view path, bool tell) {
+    DeviceProperties properties;
+    if (!properties.read(message)) return false;
+    const std::string_view addressType = properties.addressType.value_or("public");
+    if (!properties.address || !isAddress(*properties.address) || !isAddressType(addressType)) return true;
+    DeviceNode device;
+    device.path = path;
+    device.identifier = deviceIdentifier(*properties.address, addressType);
+    apply(device, properties);
+    DeviceNode& added = devices_.insert_or_assign(std::string(path), std::move(device)).first->second;
+    if (tell) observer_.deviceAppeared(added);
+    return true;
+}
+
+bool ObjectTree::addGattObject(sd_bus_message* message, std::string_view path, bool service) {
+    std::optional<std::string_view> uuidText;
+    std::optional<bool> primary;
+    if (!readProperties(message, [&](PropertyReader& property) {
+            return property.read("UUID", uuidText) || property.read("Primary", primary);
+        }))
+        return false;
+    using Kind = GattObject::Kind;
+    const Kind kind = !service                 ? Kind::characteristic
+                      : primary.value_or(true) ? Kind::primaryService
+                                               : Kind::secondaryService;
+    if (const auto uuid = CBUUID::parse(uuidText.value_or("")))
+        gatt_.insert_or_assign(std::string(path), GattObject{kind, *uuid});
+    return true;
+}
+
+void ObjectTree::interfacesRemoved(sd_bus_message* signal) {
+    const char* path = nullptr;
+    if (!sd_bus_message_has_signature(signal, "oas")) return;
+    if (sd_bus_message_read_basic(signal, 'o', &path) <= 0) return;
+    readTexts(signal, [&](std::string_view interface) { removeInterface(path, interface); });
+}
+
+void ObjectTree::removeInterface(const std::string& path, std::string_view interface) {
+    if (interface == serviceInterface || interface == characteristicInterface) gatt_.erase(path);
+    if (interface == deviceInterface) removeDevice(path);
+    if (interface == adapterInterface && adapters_.erase(path)) observer_.adaptersChanged();
+}
+
+void ObjectTree::removeDevice(const std::string& path) {
+    const auto removed = devices_.extract(path);
+    if (removed.empty()) return;
+    gatt_.erase(gatt_.lower_bound(path + '/'), gatt_.lower_bound(path + char('/' + 1)));
+    observer_.deviceVanished(removed.mapped());
+}
+
+void ObjectTree::propertiesChanged(sd_bus_message* signal) {
+    const char* interface = nullptr;
+    const char* path = sd_bus_message_get_path(signal);
+    if (!path || !sd_bus_message_has_signature(signal, "sa{sv}as")) return;
+    if (sd_bus_message_read_basic(signal, 's', &interface) <= 0) return;
+    if (interface == deviceInterface) devicePropertiesChanged(signal, path);
+    if (interface == characteristicInterface) characteristicPropertiesChanged(signal, path);
+    if (interface == adapterInterface) adapterPropertiesChanged(signal, path);
+}
+
+void ObjectTree::adapterPropertiesChanged(sd_bus_message* signal, std::string_view path) {
+    const auto adapter = adapters_.find(path);
+    if (adapter == adapters_.end()) return;
+    readAdapter(signal, adapter->second);
+    observer_.adaptersChanged();
+}
+
+void ObjectTree::devicePropertiesChanged(sd_bus_message* signal, std::string_view path) {
+    DeviceNode* changed = device(path);
+    DeviceProperties properties;
+    if (!changed || !properties.read(signal) || !properties.readInvalidated(signal)) return;
+    observer_.deviceChanged(*changed, apply(*changed, properties));
+}
+
+void ObjectTree::characteristicPropertiesChanged(sd_bus_message* signal, std::string_view path) {
+    std::optional<Bytes> value;
+    std::optional<bool> notifying;
+    if (!readProperties(signal, [&](PropertyReader& property) {
+            return property.read("Value", value) || property.read("Notifying", notifying);
+        }))
+        return;
+    if (notifying) observer_.notifyingChanged(path, *notifying);
+    if (value && value->size() <= longestValue) observer_.valueChanged(path, *value);
+}
+
+DeviceNode* ObjectTree::device(std::string_view path) {
+    const auto found = devices_.find(path);
+    return found == devices_.end() ? nullptr : &found->second;
+}
+
+std::vector<GattNode> ObjectTree::services(std::string_view device) const {
+    return children(device, GattObject::Kind::primaryService);
+}
+
+std::vector<GattNode> ObjectTree::characteristics(std::string_view service) const {
+    return children(service, GattObject::Kind::characteristic);
+}
+
+std::vector<GattNode> ObjectTree::children(std::string_view parent, GattObject::Kind kind) const {
+    std::vector<GattNode> found;
+    const std::string prefix = std::string(parent) + '/';
+    for (auto at = gatt_.lower_bound(prefix); at != gatt_.end() && at->first.starts_with(prefix); ++at) {
+        if (at->second.kind == kind && parentOf(at->first) == parent)
+            found.push_back({at->first, at->second.uuid});
+    }
+    return found;
+}
+
+}  // namespace corvane::bluez

@@ -1,0 +1,224 @@
+#include "corvane/platform/bluez/radio.h"
+
+#include <algorithm>
+
+#include "corvane/platform/bluez/central.h"
+
+namespace corvane::bluez {
+namespace {
+
+// How long a service that went away may take until it and its adapter are back.
+constexpr auto recoveryTime = std::chrono::seconds(10);
+
+// hci2 before hci10.
+bool comesBefore(const AdapterNode& a, const AdapterNode& b) {
+    return std::pair(a.path.size(), a.path) < std::pair(b.path.size(), b.path);
+}
+
+}  // namespace
+
+Radio::Radio(BlueZOptions options, EventLoop& loop)
+    : options_(std::move(options)), loop_(loop),
+      service_(
+          options_.busAddress, loop, *this, [this] { serviceChanged(); },
+          [this](std::string_view line) {
+              if (options_.diagnostics) options_.diagnostics(line);
+          }),
+      discovery_(service_, loop, *this),
+      surroundings_{.service = service_,
+                    .loop = loop,
+                    .discovery = discovery_,
+                    .notifyPath = options_.notifyPath,
+                    .diagnose = [this](const char* call, const Reply& reply) { diagnose(call, reply); },
+                    .changed = [this](Link& link) { linkChanged(link); }} {}
+
+Radio::~Radio() {
+    // Nothing is started any more while the parts go.
+    discovery_.useAdapter({});
+}
+
+void Radio::diagnose(const char* call, const Reply& reply) {
+    if (!options_.diagnostics) return;
+    std::string line = std::string(call) + ": ";
+    line += reply.errorText();
+    options_.diagnostics(line);
+}
+
+const AdapterNode* Radio::adapter() const {
+    const auto& adapters = service_.tree().adapters();
+    const auto found = adapters.find(adapter_);
+    return found == adapters.end() ? nullptr : &found->second;
+}
+
+CBManagerState Radio::state() const {
+    using Presence = BlueZService::Presence;
+    if (service_.presence() == Presence::unknown) return CBManagerState::unknown;
+    if (service_.presence() == Presence::refused || refused_) return CBManagerState::unauthorized;
+    if (const AdapterNode* used = adapter())
+        return used->powered ? CBManagerState::poweredOn : CBManagerState::poweredOff;
+    return recovery_ ? CBManagerState::resetting : CBManagerState::unsupported;
+}
+
+void Radio::publish() {
+    const CBManagerState now = state();
+    if (now == CBManagerState::unknown || now == published_) return;
+    const bool wasOn = published_ == CBManagerState::poweredOn;
+    published_ = now;
+    if (wasOn) loseLinks();
+    for (Central* central : centrals_) central->radioIs(now);
+    discovery_.useAdapter(now == CBManagerState::poweredOn ? adapter_ : std::string());
+    updateDiscovery();
+}
+
+void Radio::loseLinks() {
+    // Values that still come may make their receivers ask for new links.
+    for (const auto& [device, link] : std::map(links_)) link->radioLost();
+}
+
+void Radio::serviceChanged() {
+    refused_ = false;
+    if (service_.presence() == BlueZService::Presence::absent && !adapter_.empty()) waitForRecovery();
+    adaptersChanged();
+}
+
+void Radio::waitForRecovery() {
+    recovery_ = loop_.after(recoveryTime, [this] {
+        recovery_.reset();
+        publish();
+    });
+}
+
+void Radio::adaptersChanged() {
+    const AdapterNode* used = adapter();
+    if (used) discovery_.discoveringChanged(used->discovering);
+    if (used && used->powered) return publish();
+    // The loss of one adapter is told before another one takes its place.
+    if (published_ == CBManagerState::poweredOn) publish();
+    const AdapterNode* chosen = chooseAdapter();
+    adapter_ = chosen ? chosen->path : std::string();
+    if (chosen) recovery_.reset();
+    publish();
+}
+
+const AdapterNode* Radio::chooseAdapter() const {
+    const AdapterNode* best = nullptr;
+    for (const auto& [path, candidate] : service_.tree().adapters()) {
+        if (!options_.adapter.empty() && candidate.name() != options_.adapter) continue;
+        const bool isBetter = !best || candidate.powered > best->powered ||
+                              (candidate.powered == best->powered && comesBefore(candidate, *best));
+        if (isBetter) best = &candidate;
+    }
+    return best;
+}
+
+void Radio::add(Central& central) {
+    centrals_.push_back(&central);
+    if (published_ == CBManagerState::unknown) {
+        service_.open();
+    } else {
+        central.radioIs(published_);
+    }
+}
+
+void Radio::remove(Central& central) {
+    std::erase(centrals_, &central);
+    updateDiscovery();
+}
+
+void Radio::scanStarted(Central& central) {
+    ++scans_;
+    updateDiscovery();
+    tree().forEachDevice(adapter_, [&](const DeviceNode& device) {
+        // A device that somebody else's link keeps from advertising, or that of an earlier run of this
+        // program, would not be heard.
+        const bool heldByOthers = device.connected && !findLink(device.path);
+        if (device.inReach || heldByOthers) central.heard(device);
+    });
+}
+
+void Radio::scanStopped() { updateDiscovery(); }
+
+void Radio::updateDiscovery() {
+    scanners_ = std::count_if(centrals_.begin(), centrals_.end(),
+                              [](const Central* central) { return central->isScanning(); });
+    const bool sought = std::any_of(links_.begin(), links_.end(),
+                                    [](const auto& entry) { return entry.second->waitsForDevice(); });
+    discovery_.want(scanners_ > 0 || sought);
+}
+
+void Radio::deviceAppeared(DeviceNode& device) {
+    if (Link* link = findLink(device.path)) link->deviceAppeared(device);
+    // BlueZ makes an object of what it hears, also where it does not say how loud that was.
+    if (scanners_ > 0 && !device.connected) heard(device);
+}
+
+void Radio::deviceChanged(DeviceNode& device, const ObjectTree::DeviceChange& change) {
+    if (change.renamed) device.toldAt = 0;
+    if (change.heard || change.renamed) heard(device);
+    if (!change.connection && !change.services) return;
+    if (Link* link = findLink(device.path)) link->deviceChanged(device, change);
+}
+
+void Radio::heard(DeviceNode& device) {
+    if (scanners_ == 0 || device.toldAt == scans_ || device.adapterPath() != adapter_) return;
+    device.toldAt = scans_;
+    device.inReach = true;
+    for (Central* central : centrals_) {
+        if (central->isScanning()) central->heard(device);
+    }
+}
+
+void Radio::deviceVanished(const DeviceNode& device) {
+    for (Central* central : centrals_) central->vanished(device);
+    if (Link* link = findLink(device.path)) link->deviceVanished();
+}
+
+void Radio::valueChanged(std::string_view characteristic, Bytes value) {
+    if (GattSession* session = sessionOf(characteristic)) session->valueSignalled(characteristic, value);
+}
+
+void Radio::notifyingChanged(std::string_view characteristic, bool notifying) {
+    if (GattSession* session = sessionOf(characteristic))
+        session->notifyingChanged(characteristic, notifying);
+}
+
+GattSession* Radio::sessionOf(std::string_view characteristic) {
+    const Link* link = findLink(parentOf(parentOf(characteristic)));
+    return link ? link->session() : nullptr;
+}
+
+Link& Radio::linkTo(const std::string& device) {
+    auto& link = links_[device];
+    if (!link) link = std::make_shared<Link>(surroundings_, device);
+    return *link;
+}
+
+Link* Radio::findLink(std::string_view device) {
+    const auto found = links_.find(device);
+    return found == links_.end() ? nullptr : found->second.get();
+}
+
+void Radio::linkChanged(Link& link) {
+    const auto found = links_.find(link.device());
+    if (link.isOver() && found != links_.end() && found->second.get() == &link) {
+        // It is in the middle of something.
+        loop_.post([kept = found->second] {});
+        links_.erase(found);
+    }
+    updateDiscovery();
+}
+
+void Radio::airIsQuiet() {
+    for (const auto& [device, link] : links_) link->airIsQuiet();
+}
+
+void Radio::discoveryEnded() {
+    tree().forEachDevice(adapter_, [](DeviceNode& device) { device.inReach = false; });
+}
+
+void Radio::discoveryRefused() {
+    refused_ = true;
+    publish();
+}
+
+}  // namespace corvane::bluez

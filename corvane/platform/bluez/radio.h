@@ -1,0 +1,81 @@
+// The adapter in use, its state, and what all centrals of the process share on it: discovery and links.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "corvane/platform/bluez/bluez_platform.h"
+#include "corvane/platform/bluez/bluez_service.h"
+#include "corvane/platform/bluez/discovery.h"
+#include "corvane/platform/bluez/link.h"
+
+namespace corvane::bluez {
+
+class Central;
+
+class Radio final : private ObjectTree::Observer, private Discovery::Observer {
+public:
+    Radio(BlueZOptions options, EventLoop& loop);
+    ~Radio();
+
+    EventLoop& loop() { return loop_; }
+    ObjectTree& tree() { return service_.tree(); }
+
+    /// As it is now; centrals learn of it by events.
+    CBManagerState state() const;
+
+    // A central tells when it comes and goes, and when it begins or ends to scan.
+    void add(Central& central);
+    void remove(Central& central);
+    void scanStarted(Central& central);
+    void scanStopped();
+
+    /// Made when there is none.
+    Link& linkTo(const std::string& device);
+    /// Null when there is none.
+    Link* findLink(std::string_view device);
+
+private:
+    void adaptersChanged() override;
+    void deviceAppeared(DeviceNode& device) override;
+    void deviceChanged(DeviceNode& device, const ObjectTree::DeviceChange& change) override;
+    void deviceVanished(const DeviceNode& device) override;
+    void valueChanged(std::string_view characteristic, Bytes value) override;
+    void notifyingChanged(std::string_view characteristic, bool notifying) override;
+
+    void airIsQuiet() override;
+    void discoveryEnded() override;
+    void discoveryRefused() override;
+    void diagnose(const char* call, const Reply& reply) override;
+
+    void serviceChanged();
+    void waitForRecovery();
+    const AdapterNode* adapter() const;
+    const AdapterNode* chooseAdapter() const;
+    void publish();
+    void loseLinks();
+    void linkChanged(Link& link);
+    void updateDiscovery();
+    void heard(DeviceNode& device);
+    GattSession* sessionOf(std::string_view characteristic);
+
+    const BlueZOptions options_;
+    EventLoop& loop_;
+    BlueZService service_;
+    Discovery discovery_;
+    const Link::Surroundings surroundings_;
+    std::map<std::string, std::shared_ptr<Link>, std::less<>> links_;
+    std::vector<Central*> centrals_;
+    std::string adapter_;  // Path; empty for none.
+    CBManagerState published_ = CBManagerState::unknown;
+    bool refused_ = false;
+    std::unique_ptr<Timer> recovery_;  // Runs while the service is expected to come back.
+    // Grows with each scan that begins; a device that everybody who scans has been told of keeps the count.
+    std::uint64_t scans_ = 0;
+    std::ptrdiff_t scanners_ = 0;
+};
+
+}  // namespace corvane::bluez

@@ -1,0 +1,250 @@
+#include "tests/bluez/stand_in.h"
+
+#include <algorithm>
+
+#include "tests/bluez/stand_in_device.h"
+
+namespace corvane::bluez {
+namespace {
+
+constexpr const char* serviceName = "org.bluez";
+constexpr const char* adapterInterface = "org.bluez.Adapter1";
+
+const Refusal inProgress{"org.bluez.Error.InProgress", "In Progress"};
+const Refusal notReady{"org.bluez.Error.NotReady", "Resource Not Ready"};
+
+std::string textOf(const char* text) { return text ? text : ""; }
+
+}  // namespace
+
+StandIn::StandIn(std::string busAddress, EventLoop& loop) : address_(std::move(busAddress)), loop_(loop) {
+    exportAdapter();
+    comeBack();
+}
+
+StandIn::~StandIn() { vanish(); }
+
+void StandIn::comeBack() {
+    int error = 0;
+    bus_ = Bus::open(address_, error);
+    if (!bus_) std::abort();  // The daemon is the test's own.
+    objects_.useBus(bus_->handle());
+    sd_bus_slot* slot = nullptr;
+    sd_bus_add_filter(
+        bus_->handle(), &slot,
+        [](sd_bus_message* message, void* self, sd_bus_error*) {
+            return static_cast<StandIn*>(self)->received(message) ? 1 : 0;
+        },
+        this);
+    filter_ = Slot(slot);
+    ownerMatch_ = bus_->match("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged'",
+                              [this](sd_bus_message* message) { ownerChanged(message); });
+    sd_bus_request_name(bus_->handle(), serviceName,
+                        SD_BUS_NAME_ALLOW_REPLACEMENT | SD_BUS_NAME_REPLACE_EXISTING);
+    loop_.attach(bus_);
+}
+
+void StandIn::vanish() {
+    if (!bus_) return;
+    objects_.useBus(nullptr);
+    filter_.reset();
+    ownerMatch_.reset();
+    loop_.detach(*bus_);
+    bus_.reset();
+    discoverers_.clear();
+    for (const auto& device : devices_) {
+        device->loseSignalStrength();
+        device->serviceEnded();
+    }
+}
+
+void StandIn::exportAdapter() {
+    objects_.add(adapter_, adapterInterface,
+                 {{"Address", std::string("00:AA:01:00:00:00")},
+                  {"Name", std::string("stand-in")},
+                  {"Powered", powered_},
+                  {"Discovering", false}});
+}
+
+void StandIn::addAdapter() { exportAdapter(); }
+
+void StandIn::removeAdapter() {
+    for (const auto& device : devices_) device->forget();
+    discoverers_.clear();
+    objects_.remove(adapter_);
+}
+
+void StandIn::setPowered(bool powered) {
+    powered_ = powered;
+    if (!powered) {
+        for (const auto& device : devices_) device->loseLink();
+        discoverers_.clear();
+    }
+    // The links end first.
+    loop_.post([this, powered] {
+        if (!powered) discoveryEnded();
+        objects_.set(adapter_, "Powered", powered);
+    });
+}
+
+void StandIn::add(std::shared_ptr<PeripheralDevice> device) {
+    StandInDevice* known = find(*device);
+    if (!known) {
+        devices_.push_back(std::make_shared<StandInDevice>(*this, std::move(device), devices_.size() + 1));
+        known = devices_.back().get();
+    }
+    known->comeIntoReach();
+}
+
+void StandIn::remove(const PeripheralDevice& device) {
+    if (StandInDevice* known = find(device)) known->leaveReach();
+}
+
+void StandIn::nameChanged(const PeripheralDevice& device) {
+    if (StandInDevice* known = find(device)) known->nameChanged();
+}
+
+void StandIn::loseLink(const PeripheralDevice& device) {
+    if (StandInDevice* known = find(device)) known->loseLink();
+}
+
+void StandIn::forget(const PeripheralDevice& device) {
+    StandInDevice* known = find(device);
+    if (!known) return;
+    known->forget();
+    loop_.post([kept = known->shared_from_this()] { kept->advertise(); });
+}
+
+std::string StandIn::pathOf(const PeripheralDevice& device) const {
+    for (const auto& known : devices_) {
+        if (&known->device() == &device) return known->path();
+    }
+    return {};
+}
+
+StandInDevice* StandIn::find(const PeripheralDevice& device) {
+    for (const auto& known : devices_) {
+        if (&known->device() == &device) return known.get();
+    }
+    return nullptr;
+}
+
+std::size_t StandIn::links() const {
+    return static_cast<std::size_t>(std::count_if(devices_.begin(), devices_.end(),
+                                                  [](const auto& device) { return device->isLinked(); }));
+}
+
+std::size_t StandIn::notifySessions() const {
+    std::size_t count = 0;
+    for (const auto& device : devices_) count += device->notifySessions();
+    return count;
+}
+
+// Calls.
+
+bool StandIn::received(sd_bus_message* message) {
+    std::uint8_t type = 0;
+    sd_bus_message_get_type(message, &type);
+    if (type != SD_BUS_MESSAGE_METHOD_CALL) return false;
+    const IncomingCall call{.message = Message(sd_bus_message_ref(message)),
+                            .path = textOf(sd_bus_message_get_path(message)),
+                            .member = textOf(sd_bus_message_get_member(message)),
+                            .sender = textOf(sd_bus_message_get_sender(message))};
+    ++calls[call.member];
+    handle(call);
+    return true;
+}
+
+void StandIn::handle(const IncomingCall& call) {
+    if (auto& refused = refusals[call.member]; !refused.empty()) {
+        const Refusal refusal = refused.front();
+        refused.pop_front();
+        return answer(call, refusal);
+    }
+    if (call.member == "GetManagedObjects") {
+        const Message reply = newReply(call);
+        objects_.appendAll(reply.get());
+        return answer(call, reply);
+    }
+    if (call.path == adapter_ && objects_.has(adapter_)) return handleOnAdapter(call);
+    for (const auto& device : std::vector(devices_)) {
+        if (device->handle(call)) return;
+    }
+    answer(call, {"org.freedesktop.DBus.Error.UnknownObject", "Unknown object"});
+}
+
+void StandIn::handleOnAdapter(const IncomingCall& call) {
+    if (!powered_) return answer(call, notReady);
+    if (call.member == "SetDiscoveryFilter") return answer(call);
+    if (call.member == "StartDiscovery") return startDiscovery(call);
+    if (call.member == "StopDiscovery") return stopDiscovery(call);
+    answer(call, {"org.freedesktop.DBus.Error.UnknownMethod", "Unknown method"});
+}
+
+void StandIn::startDiscovery(const IncomingCall& call) {
+    if (!discoverers_.insert(call.sender).second) return answer(call, inProgress);
+    objects_.set(adapter_, "Discovering", true);
+    // A device may be found before the call is answered.
+    for (const auto& device : std::vector(devices_)) device->advertise();
+    answer(call);
+}
+
+void StandIn::stopDiscovery(const IncomingCall& call) {
+    if (!discoverers_.erase(call.sender))
+        return answer(call, {"org.bluez.Error.Failed", "No discovery started"});
+    answer(call);
+    if (discoverers_.empty()) discoveryEnded();
+}
+
+void StandIn::discoveryEnded() {
+    for (const auto& device : devices_) device->loseSignalStrength();
+    objects_.set(adapter_, "Discovering", false);
+}
+
+Slot StandIn::ping(std::function<void()> passed) {
+    if (!bus_) return nullptr;
+    const Message call =
+        bus_->newCall("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId");
+    return bus_->call(call, std::chrono::seconds(20),
+                      [passed = std::move(passed)](const Reply&) { passed(); });
+}
+
+void StandIn::ownerChanged(sd_bus_message* message) {
+    const char* name = nullptr;
+    const char* before = nullptr;
+    const char* now = nullptr;
+    sd_bus_message_read(message, "sss", &name, &before, &now);
+    if (!*now) clientLeft(name);
+}
+
+void StandIn::clientLeft(const std::string& client) {
+    if (discoverers_.erase(client) && discoverers_.empty()) discoveryEnded();
+    for (const auto& device : std::vector(devices_)) device->clientLeft(client);
+}
+
+Message StandIn::newReply(const IncomingCall& call) {
+    sd_bus_message* reply = nullptr;
+    sd_bus_message_new_method_return(call.message.get(), &reply);
+    return Message(reply);
+}
+
+void StandIn::answer(const IncomingCall& call) { answer(call, newReply(call)); }
+
+void StandIn::answer(const IncomingCall& call, const Refusal& refusal) {
+    const sd_bus_error error{refusal.error.c_str(), refusal.text.c_str(), 0};
+    sd_bus_message* reply = nullptr;
+    sd_bus_message_new_method_error(call.message.get(), &reply, &error);
+    answer(call, Message(reply));
+}
+
+void StandIn::answer(const IncomingCall& call, const Message& reply) {
+    if (lostReplies[call.member] > 0) {
+        --lostReplies[call.member];
+        return;
+    }
+    // The call may be older than the service's present life.
+    if (bus_ && sd_bus_message_get_bus(call.message.get()) == bus_->handle())
+        sd_bus_send(bus_->handle(), reply.get(), nullptr);
+}
+
+}  // namespace corvane::bluez
