@@ -11,9 +11,9 @@ namespace {
 
 /// A wave of a beat: a smooth hump.
 struct Hump {
-    int centre;     ///< Milliseconds after the beat's R.
-    int halfWidth;  ///< Milliseconds; the hump is flat beyond.
-    int height;     ///< Microvolts.
+    std::int64_t centre;     ///< Milliseconds after the beat's R.
+    std::int64_t halfWidth;  ///< Milliseconds; the hump is flat beyond.
+    std::int64_t height;     ///< Microvolts.
 };
 
 class Trace {
@@ -75,10 +75,10 @@ std::vector<int> heartTrace(int pulse, int seconds, int samplesPerSecond, Random
                           {100 + interval / 6, 56 + interval / 24, 300 * strength / 100}};
 
     Trace trace(seconds, samplesPerSecond);
-    std::int64_t beat = random.between(0, interval) * 1000;
+    std::int64_t beat = random.between(0, interval) * std::int64_t{1000};
     while (beat < trace.microseconds()) {
         for (const Hump& hump : humps) trace.add(beat, hump);
-        beat += 60'000'000 / pulse * random.between(970, 1030) / 1000;
+        beat += std::int64_t{60'000} * random.between(970, 1030) / pulse;
     }
     trace.disturb(random);
     return trace.take();

@@ -33,7 +33,7 @@ TEST(ECGRecorder, ItsPulseCanBeCountedInItsTrace) {
         Bench<ECGTD4257Device> bench({.seed = seed});
         ASSERT_TRUE(bench.watched->runUntilRecords(1)) << bench.watched->transcript;
         const ECGInfo& info = bench.watched->records[0];
-        ASSERT_EQ(info.graph.size(), std::size_t{emulatedEcgSeconds * emulatedEcgSamplesPerSecond});
+        ASSERT_EQ(info.graph.size(), std::size_t{emulatedEcgSeconds} * emulatedEcgSamplesPerSecond);
 
         const std::vector<std::size_t> beats = peaks(info.graph);
         ASSERT_GT(beats.size(), 10u);

@@ -26,8 +26,9 @@ public:
     }
 };
 
-class TestHost final : public PeripheralHost {
+class TestHost : public PeripheralHost {
 public:
+    virtual ~TestHost() = default;
     void notify(const CBUUID&, Bytes value) override { values.emplace_back(value.begin(), value.end()); }
     void after(std::chrono::nanoseconds delay, std::function<void()> task) override {
         tasks.emplace(delay, std::move(task));
