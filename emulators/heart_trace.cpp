@@ -32,12 +32,13 @@ public:
         const auto size = static_cast<std::int64_t>(samples_.size());
         const std::int64_t first = std::max<std::int64_t>(0, sampleAt(centre - halfWidth));
         const std::int64_t end = std::min<std::int64_t>(size, sampleAt(centre + halfWidth) + 1);
+        constexpr std::int64_t top = 1024;
         for (std::int64_t i = first; i < end; ++i) {
             const std::int64_t distance = i * 1'000'000 / samplesPerSecond_ - centre;
             const std::int64_t rise =
-                std::max<std::int64_t>(0, 1024 - distance * distance * 1024 / (halfWidth * halfWidth));
+                std::max<std::int64_t>(0, top - distance * distance * top / (halfWidth * halfWidth));
             samples_[static_cast<std::size_t>(i)] +=
-                static_cast<int>(hump.height * rise * rise / (1024 * 1024));
+                static_cast<int>(hump.height * rise * rise / (top * top));
         }
     }
 
