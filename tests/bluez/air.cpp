@@ -1,17 +1,12 @@
 #include "tests/bluez/air.h"
 
-#include <poll.h>
-
-#include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 
+#include "corvane/platform/bluez/central.h"
+
 namespace corvane::bluez {
 namespace {
-
-// Long enough for what is sent to pass the daemon in both directions, and for the shortest retries.
-constexpr auto settlingTime = std::chrono::milliseconds(80);
 
 BlueZOptions onPrivateBus(BlueZOptions options) {
     options.busAddress = privateBus().address();
@@ -30,17 +25,31 @@ PrivateBus& privateBus() {
     return bus;
 }
 
-Air::Air(BlueZOptions options)
-    : service(privateBus().address(), serviceLoop),
-      platform(std::make_unique<BlueZPlatform>(onPrivateBus(std::move(options)))) {}
+LoopPlatform::LoopPlatform(BlueZOptions options, EventLoop& loop)
+    : loop_(loop), radio_(std::make_shared<Radio>(onPrivateBus(std::move(options)), loop)) {}
 
-Air::~Air() { serviceLoop.discardTasks(); }
+std::shared_ptr<CBCentralManager>
+LoopPlatform::makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate) {
+    return Central::make(radio_, std::move(delegate));
+}
+
+Air::Air(BlueZOptions options) : service(privateBus().address(), loop), platform(std::move(options), loop) {
+    int error = 0;
+    witness_ = Bus::open(privateBus().address(), error);
+    loop.attach(witness_);
+}
+
+Air::~Air() { loop.discardTasks(); }
 
 bool Air::runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) {
-    const auto end = Clock::now() + limit;
+    const auto end = loop.now() + limit;
     while (!done()) {
-        if (Clock::now() >= end) return false;
-        turn(end - Clock::now());
+        if (!isQuiet()) continue;
+        const auto next = loop.nextTimer();
+        const bool inTime = next && *next <= end;
+        const auto passing = (inTime ? *next : end) - loop.now();
+        if (passing > passing.zero()) loop.skip(passing);
+        if (!inTime) return done();
     }
     return true;
 }
@@ -49,26 +58,23 @@ void Air::runFor(std::chrono::nanoseconds time) {
     runUntil([] { return false; }, time);
 }
 
-void Air::settle() {
-    runFor(settlingTime);
-    // What the daemon had received when it answers, it has passed on.
-    for (int i = 0; i < 4; ++i) {
-        bool passed = false;
-        const Slot call = service.ping([&] { passed = true; });
-        runUntil([&] { return passed || !call; });
+// Handles what there is; true when there was nothing.
+bool Air::isQuiet() {
+    const auto before = loop.handled();
+    loop.step(std::chrono::nanoseconds::zero());
+    if (loop.handled() != before) return false;
+    // What the daemon had received from either side when it answers, it has passed on. The second answer is
+    // for what was received together with the first question.
+    for (std::uint64_t asked = 1; asked <= 2; ++asked) {
+        bool answered = false;
+        const Message question = witness_->newCall("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                   "org.freedesktop.DBus", "GetId");
+        const Slot call =
+            witness_->call(question, std::chrono::minutes(1), [&](const Reply&) { answered = true; });
+        while (!answered) loop.step();
+        if (loop.handled() != before + asked) return false;
     }
-}
-
-void Air::turn(std::chrono::nanoseconds longest) {
-    for (const auto& timeout : {serviceLoop.timeout(), platform->timeout()}) {
-        if (timeout) longest = std::min(longest, *timeout);
-    }
-    pollfd both[] = {{.fd = serviceLoop.descriptor(), .events = POLLIN, .revents = 0},
-                     {.fd = platform->descriptor(), .events = platform->events(), .revents = 0}};
-    const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(longest).count();
-    ::poll(both, 2, static_cast<int>(std::clamp<std::int64_t>(milliseconds, 0, INT_MAX)));
-    serviceLoop.step(std::chrono::nanoseconds::zero());
-    platform->process();
+    return true;
 }
 
 }  // namespace corvane::bluez

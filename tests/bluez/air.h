@@ -1,9 +1,10 @@
-// A BlueZ platform and a stand-in of the service behind it, on one thread, each with a loop of its own.
+// The back end, and a stand-in of the service behind it, on one loop and in a time that passes by itself
+// when nothing is on its way.
 #pragma once
 
 #include <memory>
 
-#include "corvane/platform/bluez/bluez_platform.h"
+#include "corvane/platform/bluez/radio.h"
 #include "tests/bluez/private_bus.h"
 #include "tests/bluez/stand_in.h"
 
@@ -12,25 +13,39 @@ namespace corvane::bluez {
 /// The daemon of this test program.
 PrivateBus& privateBus();
 
+/// What BlueZPlatform is, on a loop that the test owns.
+class LoopPlatform final : public Platform {
+public:
+    LoopPlatform(BlueZOptions options, EventLoop& loop);
+    std::shared_ptr<CBCentralManager>
+    makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate) override;
+    MainQueue& mainQueue() override { return loop_; }
+    Radio& radio() { return *radio_; }
+
+private:
+    EventLoop& loop_;
+    std::shared_ptr<Radio> radio_;
+};
+
 class Air {
 public:
     explicit Air(BlueZOptions options = {});
     ~Air();
 
-    /// Runs both until `done`, which is asked after each round. False when that takes longer than anything
-    /// ought to.
+    /// Runs everything until `done`. False when nothing is left to happen, or it takes longer than that.
     bool runUntil(const std::function<bool()>& done,
-                  std::chrono::nanoseconds limit = std::chrono::seconds(30));
+                  std::chrono::nanoseconds limit = std::chrono::minutes(5));
+    /// Runs everything that happens in this time.
     void runFor(std::chrono::nanoseconds time);
-    /// Until nothing is on its way between the two.
-    void settle();
 
-    EventLoop serviceLoop;
+    EventLoop loop;
     StandIn service;
-    std::unique_ptr<BlueZPlatform> platform;
+    LoopPlatform platform;
 
 private:
-    void turn(std::chrono::nanoseconds longest);
+    bool isQuiet();
+
+    std::shared_ptr<Bus> witness_;  // Neither side's; asks the daemon.
 };
 
 }  // namespace corvane::bluez

@@ -10,8 +10,8 @@ public:
         air_.service.habits = habits;
     }
 
-    Platform& platform() override { return *air_.platform; }
-    std::chrono::nanoseconds now() override { return Clock::now().time_since_epoch(); }
+    Platform& platform() override { return air_.platform; }
+    std::chrono::nanoseconds now() override { return air_.loop.now().time_since_epoch(); }
     void add(std::shared_ptr<PeripheralDevice> device) override { air_.service.add(std::move(device)); }
     void remove(const PeripheralDevice& device) override { air_.service.remove(device); }
     void nameChanged(const PeripheralDevice& device) override { air_.service.nameChanged(device); }
@@ -19,7 +19,7 @@ public:
         air_.service.setPowered(state == CBManagerState::poweredOn);
     }
     bool runUntil(const std::function<bool()>& done) override { return air_.runUntil(done); }
-    void settle() override { air_.settle(); }
+    void settle() override { air_.runFor(std::chrono::seconds(10)); }
 
 private:
     Air air_;

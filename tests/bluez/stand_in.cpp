@@ -201,14 +201,6 @@ void StandIn::discoveryEnded() {
     objects_.set(adapter_, "Discovering", false);
 }
 
-Slot StandIn::ping(std::function<void()> passed) {
-    if (!bus_) return nullptr;
-    const Message call =
-        bus_->newCall("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId");
-    return bus_->call(call, std::chrono::seconds(20),
-                      [passed = std::move(passed)](const Reply&) { passed(); });
-}
-
 void StandIn::ownerChanged(sd_bus_message* message) {
     const char* name = nullptr;
     const char* before = nullptr;

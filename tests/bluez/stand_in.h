@@ -88,9 +88,6 @@ public:
     /// It is started again.
     void comeBack();
 
-    /// `passed` is called when the daemon has answered. Null while the service is away.
-    [[nodiscard]] Slot ping(std::function<void()> passed);
-
     // What clients have and have not cleaned up.
     std::size_t discoveringClients() const { return discoverers_.size(); }
     std::size_t links() const;

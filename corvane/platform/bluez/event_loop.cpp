@@ -59,7 +59,7 @@ EventLoop::EventLoop() : epoll_(::epoll_create1(EPOLL_CLOEXEC)) {}
 void EventLoop::post(std::function<void()> task) { tasks_.push_back(std::move(task)); }
 
 std::unique_ptr<Timer> EventLoop::schedule(std::chrono::nanoseconds delay, Scheduled scheduled) {
-    const Due due{Clock::now() + delay, ++timersMade_};
+    const Due due{now() + delay, ++timersMade_};
     return std::make_unique<ScheduledTimer>(*this, due, std::make_shared<Scheduled>(std::move(scheduled)));
 }
 
@@ -87,10 +87,14 @@ void EventLoop::detach(const EventSource& source) {
     sources_.erase(found);
 }
 
+std::optional<Clock::time_point> EventLoop::nextTimer() const {
+    return timers_.empty() ? std::nullopt : std::optional(timers_.begin()->first.first);
+}
+
 std::optional<std::chrono::nanoseconds> EventLoop::timeout() {
     if (!tasks_.empty()) return std::chrono::nanoseconds::zero();
-    std::optional<Clock::time_point> next;
-    if (!timers_.empty()) next = timers_.begin()->first.first;
+    std::optional<Clock::time_point> next = nextTimer();
+    if (next) *next -= skipped_;
     for (auto& [id, attached] : sources_) {
         const std::uint32_t events = attached.source->events();
         if (events != attached.waitedFor) {
@@ -119,7 +123,7 @@ void EventLoop::step(std::optional<std::chrono::nanoseconds> limit) noexcept {
 
 void EventLoop::runTasks() {
     for (int round = 0; round < roundsOfTasks && !tasks_.empty(); ++round) {
-        for (auto waiting = tasks_.size(); waiting > 0; --waiting) {
+        for (auto waiting = tasks_.size(); waiting > 0; --waiting, ++handled_) {
             const auto task = std::move(tasks_.front());
             tasks_.pop_front();
             task();
@@ -129,13 +133,13 @@ void EventLoop::runTasks() {
 
 void EventLoop::runTimers() {
     if (timers_.empty()) return;
-    const auto now = Clock::now();
-    while (!timers_.empty() && timers_.begin()->first.first <= now) {
+    const auto until = now();
+    for (; !timers_.empty() && timers_.begin()->first.first <= until; ++handled_) {
         const auto [due, running] = *timers_.begin();
         if (running->interval > std::chrono::nanoseconds::zero()) {
             // Ticks that could not be made in time are left out.
-            running->handle->moveTo(due.first +
-                                    running->interval * ((now - due.first) / running->interval + 1));
+            const auto missed = (until - due.first) / running->interval;
+            running->handle->moveTo(due.first + running->interval * (missed + 1));
         } else {
             timers_.erase(timers_.begin());
         }
@@ -165,7 +169,7 @@ void EventLoop::dispatchOverdue() {
 }
 
 void EventLoop::dispatch(std::shared_ptr<EventSource> source) {
-    for (int turn = 0; turn < turnsOfASource && source->dispatch(); ++turn) runTasks();
+    for (int turn = 0; turn < turnsOfASource && source->dispatch(); ++turn, ++handled_) runTasks();
     runTasks();
 }
 

@@ -72,6 +72,15 @@ public:
     /// Waits until something is due, at most for `limit`, and handles it. Does nothing from inside itself.
     void step(std::optional<std::chrono::nanoseconds> limit = std::nullopt) noexcept;
 
+    /// Counts tasks, ticks, and what sources have handled.
+    std::uint64_t handled() const { return handled_; }
+
+    /// The time of the timers.
+    Clock::time_point now() const { return Clock::now() + skipped_; }
+    /// Lets time pass for the timers without waiting for it; for tests.
+    void skip(std::chrono::nanoseconds time) { skipped_ += time; }
+    std::optional<Clock::time_point> nextTimer() const;
+
 private:
     class ScheduledTimer;
     struct Scheduled {
@@ -99,6 +108,8 @@ private:
     std::uint64_t timersMade_ = 0;
     std::map<std::uint64_t, Attached> sources_;
     std::uint64_t sourcesMade_ = 0;
+    std::chrono::nanoseconds skipped_{0};
+    std::uint64_t handled_ = 0;
     bool running_ = false;
 };
 
