@@ -108,10 +108,14 @@ std::chrono::nanoseconds nanoseconds(double seconds) {
     return std::chrono::nanoseconds(std::llround(seconds * 1e9));
 }
 
+std::function<ExitStatus()> wrongUsage(const std::string& text) {
+    return [text]() -> ExitStatus { throw Failure(ExitStatus::wrongUsage, text + " (see corvane --help)"); };
+}
+
 class CommandLine {
 public:
     CommandLine() {
-        app_.require_subcommand(1);
+        app_.require_subcommand(0, 1);
         app_.formatter(help_);
         app_.footer(exitStatuses);
         app_.set_version_flag("--version", CORVANE_VERSION);
@@ -135,10 +139,9 @@ public:
                 return ExitStatus::done;
             };
         } catch (const CLI::ParseError& error) {
-            return [text = std::string(error.what())]() -> ExitStatus {
-                throw Failure(ExitStatus::wrongUsage, text + " (see corvane --help)");
-            };
+            return wrongUsage(error.what());
         }
+        if (!command_) return wrongUsage("name a command");
         return std::move(command_);
     }
 

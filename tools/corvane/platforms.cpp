@@ -16,9 +16,7 @@ public:
     Platform& platform() override { return radio_; }
     std::chrono::nanoseconds now() const override { return radio_.now(); }
 
-    void place(const Model& model) override {
-        radio_.add(makeEmulator(model, emulation_));
-    }
+    void place(const Model& model) override { radio_.add(makeEmulator(model, emulation_)); }
 
     bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) override {
         return radio_.runUntil(done, limit);
