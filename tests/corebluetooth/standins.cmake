@@ -31,9 +31,19 @@ corvane_objective_cxx(corebluetooth_backend)
 target_link_libraries(corebluetooth_backend PUBLIC corvane::core)
 corvane_warnings(corebluetooth_backend)
 
+set(example ${PROJECT_SOURCE_DIR}/examples/apple)
+add_library(corebluetooth_example OBJECT ${example}/ThermometerReader.mm ${example}/main.mm)
+corvane_objective_cxx(corebluetooth_example)
+target_link_libraries(corebluetooth_example PRIVATE corvane::core)
+corvane_warnings(corebluetooth_example)
+
 corvane_test(corebluetooth_test
+    ${example}/ThermometerReader.mm
+    apple_example_test.mm
     corebluetooth_conformance_test.cpp
     corebluetooth_models_test.cpp
     corebluetooth_platform_test.cpp
     LINK conformance_suite corebluetooth_backend corebluetooth_standins corvane::emulators
         corvane::simulated)
+corvane_objective_cxx(corebluetooth_test)
+add_dependencies(corebluetooth_test corebluetooth_example)
