@@ -24,10 +24,12 @@ CBCentralManager& CentralLink::central() {
 
 void CentralLink::startScan() {
     scanBegins();
+    // The application may let go in a hook that reports, too.
+    if (!owner_) return;
     cancelStoredLink();
     const CBManagerState state = central().state();
     owner_->stateCentralManager(state);
-    // The application may have let go, and the state may be another by now.
+    // The state may be another by now.
     if (owner_ && central().state() == CBManagerState::poweredOn) central().scanForPeripherals();
 }
 
@@ -39,7 +41,7 @@ void CentralLink::disconnect() {
 }
 
 void CentralLink::cancelStoredLink() {
-    if (peripheral) central().cancelPeripheralConnection(peripheral);
+    if (owner_ && peripheral) central().cancelPeripheralConnection(peripheral);
 }
 
 void CentralLink::subscribe(const PeripheralRef& on, const CharacteristicRef& to) {
