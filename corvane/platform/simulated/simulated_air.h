@@ -42,6 +42,7 @@ public:
     SimulatedQueue& queue;
     FaultPlan faults;
     std::uint64_t centralsMade = 0;
+    std::size_t operations = 0;                     ///< Asked of centrals and peripherals.
     std::map<std::uint64_t, Central*> centrals;     ///< In the order of making.
     std::map<std::uint64_t, Central*> scanning;     ///< Those that scan, under the same keys.
     std::map<std::uint64_t, Station*> advertisers;  ///< In the order of `advertise`.

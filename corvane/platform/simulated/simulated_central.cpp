@@ -11,12 +11,13 @@ Central::Central(Air& air, std::weak_ptr<CBCentralManagerDelegate> delegate)
 }
 
 Central::~Central() {
-    stopScan();
+    air_.scanning.erase(number_);
     air_.centrals.erase(number_);
     for (const auto& [number, peripheral] : peripherals_) peripheral->release();
 }
 
 void Central::scanForPeripherals() {
+    ++air_.operations;
     if (!mayOperate()) return;
     air_.scanning.emplace(number_, this);
     ++scan_;
@@ -24,21 +25,26 @@ void Central::scanForPeripherals() {
     look();
 }
 
-void Central::stopScan() { air_.scanning.erase(number_); }
+void Central::stopScan() {
+    ++air_.operations;
+    air_.scanning.erase(number_);
+}
 
 void Central::connect(const PeripheralRef& peripheral) {
+    ++air_.operations;
     auto& known = static_cast<Peripheral&>(*peripheral);
     if (mayOperate() && known.isOf(*this)) known.connect();
 }
 
 void Central::cancelPeripheralConnection(const PeripheralRef& peripheral) {
+    ++air_.operations;
     auto& known = static_cast<Peripheral&>(*peripheral);
     if (known.isOf(*this)) known.cancel();
 }
 
 void Central::adapterChanged() {
     if (!air_.isOn()) {
-        stopScan();
+        air_.scanning.erase(number_);
         for (const auto& [number, peripheral] : peripherals_) peripheral->giveUp();
     }
     later([this, state = air_.state()] {

@@ -45,6 +45,8 @@ std::size_t SimulatedRadio::centrals() const { return air_->centrals.size(); }
 
 std::size_t SimulatedRadio::scans() const { return air_->scanning.size(); }
 
+std::size_t SimulatedRadio::operations() const { return air_->operations; }
+
 std::size_t SimulatedRadio::links() const {
     std::size_t links = 0;
     for (const auto& [number, central] : air_->centrals) links += central->links();

@@ -85,6 +85,8 @@ public:
     std::size_t scans() const;
     /// Links and attempts that centrals hold.
     std::size_t links() const;
+    /// What was asked of centrals and peripherals so far.
+    std::size_t operations() const;
     std::size_t pendingTasks() const { return queue_.pending(); }
 
 private:

@@ -107,6 +107,7 @@ void Station::endLink() {
 }
 
 void Station::request(Peripheral& from, std::function<void(Station&, Peripheral&)> action) {
+    ++air_.operations;
     auto arrive = [this, weak = from.weak_from_this(), link = std::weak_ptr(link_),
                    action = std::move(action)] {
         const auto peripheral = weak.lock();

@@ -1,0 +1,225 @@
+#include "tests/sweep/sweep.h"
+
+#include <gtest/gtest.h>
+
+#include <span>
+
+#include "tests/support/late_radio.h"
+#include "tests/sweep/subject.h"
+
+namespace corvane::sweep {
+namespace {
+
+enum class Action {
+    nothing,
+    destroy,
+    disconnect,
+    cyclePower,
+    replaceCallbacks,
+    clearCallbacks,
+    callEverything
+};
+constexpr Action actions[] = {Action::destroy,          Action::disconnect,     Action::cyclePower,
+                              Action::replaceCallbacks, Action::clearCallbacks, Action::callEverything};
+
+const char* nameOf(Action action) {
+    switch (action) {
+    case Action::nothing:
+        return "nothing";
+    case Action::destroy:
+        return "destroy";
+    case Action::disconnect:
+        return "disconnect";
+    case Action::cyclePower:
+        return "cycle power";
+    case Action::replaceCallbacks:
+        return "replace callbacks";
+    case Action::clearCallbacks:
+        return "clear callbacks";
+    case Action::callEverything:
+        return "call everything";
+    }
+    return "";
+}
+
+/// When something is done: after so many steps of the queue, or inside the n-th call to the application, from
+/// 1. A call is a callback, a console line or a violation.
+struct Moment {
+    enum class Kind { afterStep, insideCall };
+    Kind kind{};
+    std::size_t number = 0;
+};
+
+/// One measurement, with one thing done to its driver on the way.
+class Play {
+public:
+    Play(const Subject& subject, const MakeSweepBackEnd& make, bool lateEvents, Moment moment, Action action)
+        : backEnd_(make()), moment_(moment), action_(action) {
+        if (lateEvents) late_ = std::make_unique<support::LateRadio>(backEnd_->platform());
+        Platform& platform = late_ ? *late_ : backEnd_->platform();
+        platform.logSink = [this](std::string_view) { heard(Heard::other); };
+        platform.onPreconditionFailed = [this](std::string_view, std::string_view) { heard(Heard::other); };
+        backEnd_->add(subject.makeDevice());
+        driver_ = subject.makeDriver(platform);
+        driver_->setCallbacks(listener());
+    }
+
+    /// Plays until `enough`, which is asked before each step, and then to the driver's end.
+    void run(const std::function<bool()>& enough) {
+        constexpr std::size_t longest = 5000;
+        driver_->startScan();
+        reached(Moment::Kind::afterStep, steps);
+        while (steps < longest && !enough() && backEnd_->step()) {
+            ++steps;
+            if (!driver_ && late_) late_->repeatEverything();
+            if (steps == powerOnAt_) backEnd_->setState(CBManagerState::poweredOn);
+            reached(Moment::Kind::afterStep, steps);
+        }
+        end();
+    }
+
+    std::size_t steps = 0;
+    std::size_t calls = 0;
+    std::size_t records = 0;
+    bool done = false;  ///< The moment came.
+    std::string failure;
+
+private:
+    std::function<void(Heard)> listener() {
+        return [this, generation = ++generation_](Heard what) {
+            if (generation != generation_) fail("a callback was called that was replaced or cleared");
+            heard(what);
+        };
+    }
+
+    void heard(Heard what) {
+        if (!driver_) return fail("the application was called after the destruction");
+        ++calls;
+        if (what == Heard::success) ++records;
+        reached(Moment::Kind::insideCall, calls);
+        if (what == Heard::loading && driver_) driver_->askForMeasurement();
+    }
+
+    void reached(Moment::Kind kind, std::size_t number) {
+        if (done || kind != moment_.kind || number != moment_.number) return;
+        done = true;
+        act();
+    }
+
+    void act() {
+        switch (action_) {
+        case Action::nothing:
+            return;
+        case Action::destroy:
+            return destroy();
+        case Action::disconnect:
+            return driver_->disconnect();
+        case Action::cyclePower:
+            powerOnAt_ = steps + 4;
+            return backEnd_->setState(CBManagerState::poweredOff);
+        case Action::replaceCallbacks:
+            return driver_->setCallbacks(listener());
+        case Action::clearCallbacks:
+            ++generation_;
+            return driver_->clearCallbacks();
+        case Action::callEverything:
+            return driver_->callEverything();
+        }
+    }
+
+    void destroy() {
+        driver_.reset();
+        operationsAtEnd_ = backEnd_->operations();
+    }
+
+    void end() {
+        if (driver_) destroy();
+        for (int i = 0; i < 2; ++i) {
+            if (late_) late_->repeatEverything();
+            backEnd_->settle();
+        }
+        if (backEnd_->operations() != operationsAtEnd_)
+            fail("the driver used the radio after its destruction");
+        const std::string left = backEnd_->leftovers();
+        if (!left.empty()) fail("after the destruction there was still " + left);
+    }
+
+    void fail(const std::string& what) {
+        if (failure.empty()) failure = what;
+    }
+
+    const std::unique_ptr<SweepBackEnd> backEnd_;
+    std::unique_ptr<support::LateRadio> late_;
+    const Moment moment_;
+    const Action action_;
+    std::unique_ptr<AnyDriver> driver_;
+    int generation_ = 0;
+    std::size_t powerOnAt_ = 0;
+    std::size_t operationsAtEnd_ = 0;
+};
+
+class SweepTest : public testing::Test {
+public:
+    SweepTest(Subject subject, MakeSweepBackEnd make)
+        : subject_(std::move(subject)), make_(std::move(make)) {}
+
+private:
+    void TestBody() override {
+        std::size_t cases = 0;
+        std::size_t required = 0;
+        const auto sweep = [&](bool lateEvents, std::span<const Action> actions) {
+            const auto [steps, calls] = lengthOfMeasurement(lateEvents);
+            required += steps * actions.size();
+            for (const Action action : actions) {
+                for (std::size_t k = 0; k <= steps; ++k)
+                    cases += play(lateEvents, {Moment::Kind::afterStep, k}, action);
+                for (std::size_t k = 1; k <= calls; ++k)
+                    cases += play(lateEvents, {Moment::Kind::insideCall, k}, action);
+            }
+        };
+        sweep(false, actions);
+        constexpr Action destroy[] = {Action::destroy};
+        sweep(true, destroy);
+        std::printf("%s: %zu cases\n", subject_.name.c_str(), cases);
+        EXPECT_GE(cases, required) << "some moments did not come";
+    }
+
+    /// Up to the first record and a little beyond: how many steps and calls there are.
+    std::pair<std::size_t, std::size_t> lengthOfMeasurement(bool lateEvents) {
+        std::size_t beyond = 12;
+        Play play(subject_, make_, lateEvents, {}, Action::nothing);
+        play.run([&] { return play.records > 0 && beyond-- == 0; });
+        EXPECT_GT(play.records, 0u) << "undisturbed, the driver gives no record";
+        EXPECT_EQ(play.failure, "");
+        return {play.steps, play.calls};
+    }
+
+    /// Whether the moment came.
+    bool play(bool lateEvents, Moment moment, Action action) {
+        std::size_t beyond = 40;
+        Play play(subject_, make_, lateEvents, moment, action);
+        play.run([&] { return play.done && beyond-- == 0; });
+        if (!play.failure.empty()) {
+            ADD_FAILURE() << play.failure << ": " << nameOf(action)
+                          << (moment.kind == Moment::Kind::afterStep ? " after step " : " inside call ")
+                          << moment.number << (lateEvents ? ", with late events" : "");
+        }
+        return play.done;
+    }
+
+    const Subject subject_;
+    const MakeSweepBackEnd make_;
+};
+
+}  // namespace
+
+bool registerSweep(const char* backEnd, const MakeSweepBackEnd& make) {
+    const std::string suite = std::string(backEnd) + "Sweep";
+    for (const Subject& subject : subjects()) {
+        testing::RegisterTest(suite.c_str(), subject.name.c_str(), nullptr, nullptr, __FILE__, __LINE__,
+                              [=]() -> testing::Test* { return new SweepTest(subject, make); });
+    }
+    return true;
+}
+
+}  // namespace corvane::sweep
