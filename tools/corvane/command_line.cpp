@@ -10,6 +10,7 @@
 
 #include "data_output.h"
 #include "decode_command.h"
+#include "emulate_command.h"
 #include "failure.h"
 #include "measure_command.h"
 #include "models_command.h"
@@ -60,6 +61,12 @@ constexpr const char* decodeExamples = R"(Examples:
   corvane decode temperature-aoj20a 000000000e42
   corvane decode oximeter-adfb05 81486200 81496100 --json
   corvane decode body-composition-adfb885t fff2:01 --height 181 --age 35 --gender male
+)";
+
+constexpr const char* emulateExamples = R"(Examples:
+  corvane emulate temperature-aoj20a                  a thermometer on the air of hci0, until Ctrl-C
+  corvane emulate ecg-td4257 --adapter hci1 --seed 7
+  corvane emulate oximeter-adfb05 --fault failed-measurement
 )";
 
 // Help begins with what most people came for.
@@ -124,6 +131,9 @@ public:
         addModels();
         addDecode();
         addReplay();
+#ifdef CORVANE_TOOL_HAS_BLUEZ
+        addEmulate();
+#endif
     }
 
     std::function<ExitStatus()> parse(int argc, char** argv) {
@@ -246,6 +256,35 @@ private:
         command->add_option("FILE", *path, "The script; - is standard input")->required();
         command->callback([=, this] { command_ = [=] { return replay(*path); }; });
     }
+
+#ifdef CORVANE_TOOL_HAS_BLUEZ
+    void addEmulate() {
+        CLI::App* command = addCommand("emulate", "Put an emulated device on the air", emulateExamples);
+        auto options = std::make_shared<EmulateOptions>();
+        auto name = std::make_shared<std::string>();
+        auto faults = std::make_shared<std::vector<std::string>>();
+        command->add_option("MODEL", *name, "Id or class, as `corvane models` lists them")->required();
+        command->add_option("--adapter", options->adapter, "Bluetooth adapter to advertise on")
+            ->type_name("NAME")
+            ->capture_default_str();
+        command->add_option("--seed", options->seed, "Another seed, another device and person")
+            ->type_name("N")
+            ->capture_default_str();
+        command->add_option("--fault", *faults, "What the device does wrong")
+            ->type_name("NAME")
+            ->allow_extra_args(false);
+        command->callback([=, this] {
+            command_ = [=] {
+                options->model = &modelNamed(*name);
+                const Faults parsed = parseFaults(*faults);
+                if (!parsed.radio.empty())
+                    throw Failure(ExitStatus::wrongUsage, "a fault of the radio is for the simulated one");
+                options->fault = parsed.device;
+                return emulate(*options);
+            };
+        });
+    }
+#endif
 
     /// Where any profile is let through, the driver itself judges it.
     static void addProfile(CLI::App* command, DriverArguments& arguments, bool any) {

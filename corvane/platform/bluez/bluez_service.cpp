@@ -92,8 +92,8 @@ void BlueZService::listen() {
 }
 
 // Any process may address a signal to this connection, whatever the rules say.
-bool BlueZService::fromService(sd_bus_message* signal) const {
-    return presence_ == Presence::present && senderOf(signal) == owner_;
+bool BlueZService::fromService(sd_bus_message* message) const {
+    return presence_ == Presence::present && senderOf(message) == owner_;
 }
 
 void BlueZService::requestObjects() {

@@ -32,6 +32,10 @@ public:
     void open();
 
     Presence presence() const { return presence_; }
+    /// Null while there is none.
+    const std::shared_ptr<Bus>& bus() const { return bus_; }
+    /// Whether the very process that was found to be the service has sent it.
+    bool fromService(sd_bus_message* message) const;
     ObjectTree& tree() { return tree_; }
     const ObjectTree& tree() const { return tree_; }
 
@@ -50,7 +54,6 @@ private:
     void objectsArrived(const Reply& reply);
     void ownerChanged(sd_bus_message* signal);
     void setPresence(Presence presence);
-    bool fromService(sd_bus_message* signal) const;
 
     const std::string address_;
     EventLoop& loop_;

@@ -1,0 +1,54 @@
+// The device side on the air: any PeripheralDevice, through BlueZ's GATT and advertising managers.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "corvane/platform/peripheral_device.h"
+
+namespace corvane {
+
+struct BlueZPeripheralOptions {
+    std::string adapter = "hci0";
+    /// A D-Bus address. Empty: the system bus.
+    std::string busAddress;
+    /// Told, a line each, how the registration and the link stand. May be absent. The texts can hold what
+    /// another process sends: use `printable` before they reach a terminal.
+    std::function<void(std::string_view line)> onChange;
+};
+
+/// Puts one device on the air of one adapter: its name (advertised, and as the adapter's Alias, which is the
+/// device name that a central reads), its services, its values. An adapter holds one device at a time.
+///
+/// It waits for the service and for the adapter, registers anew whenever they come back, and withdraws
+/// everything and restores the Alias when it is let go. One thread: everything happens inside `runUntil`.
+class BlueZPeripheral {
+public:
+    enum class State {
+        waiting,  ///< For the service, for the adapter, or for the adapter to be switched on.
+        registering,
+        advertising,
+        linked,
+        refused,  ///< By the service; tried again when the service or the adapter changes.
+    };
+
+    BlueZPeripheral(std::shared_ptr<PeripheralDevice> device, BlueZPeripheralOptions options);
+    ~BlueZPeripheral();
+    BlueZPeripheral(const BlueZPeripheral&) = delete;
+    BlueZPeripheral& operator=(const BlueZPeripheral&) = delete;
+
+    State state() const;
+
+    /// Runs until `done` returns true or the time is over, and returns what `done` returned last. `done` is
+    /// asked before each wait.
+    bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit);
+
+private:
+    class Registration;
+    std::unique_ptr<Registration> registration_;
+};
+
+}  // namespace corvane
