@@ -4,6 +4,10 @@
 #include "emulators/emulator.h"
 #include "failure.h"
 
+#ifdef CORVANE_TOOL_HAS_BLUEZ
+#include "corvane/platform/bluez/bluez_platform.h"
+#endif
+
 namespace corvane::tool {
 namespace {
 
@@ -27,6 +31,51 @@ private:
     SimulatedRadio radio_;
 };
 
+#ifdef CORVANE_TOOL_HAS_BLUEZ
+class BlueZHost final : public HostPlatform {
+public:
+    explicit BlueZHost(const PlatformOptions& options) : platform_({.adapter = options.adapter}) {}
+
+    Platform& platform() override { return platform_; }
+    std::chrono::nanoseconds now() const override {
+        return std::chrono::steady_clock::now().time_since_epoch();
+    }
+
+    bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) override {
+        return platform_.runUntil(done, limit);
+    }
+
+    bool hasAdapter() {
+        constexpr std::chrono::seconds patience{5};
+        const auto state = std::make_shared<FirstState>();
+        state->central = platform_.makeCentralManager(state);
+        platform_.runUntil([&] { return state->known; }, patience);
+        return state->known && state->central->state() != CBManagerState::unsupported;
+    }
+
+private:
+    struct FirstState final : CBCentralManagerDelegate {
+        void didUpdateState() override { known = true; }
+        void didDiscover(const PeripheralRef& /*peripheral*/) override {}
+        void didConnect(const PeripheralRef& /*peripheral*/) override {}
+        void didDisconnectPeripheral(const PeripheralRef& /*peripheral*/, const CBError* /*error*/) override {
+        }
+
+        bool known = false;
+        std::shared_ptr<CBCentralManager> central;
+    };
+
+    BlueZPlatform platform_;
+};
+
+std::unique_ptr<HostPlatform> openBlueZ(const PlatformOptions& options) {
+    auto host = std::make_unique<BlueZHost>(options);
+    // Asked for by name, it is taken as it is: a missing adapter may come.
+    if (options.name == "auto" && !host->hasAdapter()) return nullptr;
+    return host;
+}
+#endif
+
 struct Entry {
     std::string_view name;
     bool real;
@@ -35,6 +84,9 @@ struct Entry {
 };
 
 constexpr Entry entries[] = {
+#ifdef CORVANE_TOOL_HAS_BLUEZ
+    {"bluez", true, openBlueZ},
+#endif
     {"simulated", false,
      [](const PlatformOptions& options) -> std::unique_ptr<HostPlatform> {
          return std::make_unique<SimulatedHost>(options);

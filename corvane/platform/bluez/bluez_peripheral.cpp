@@ -306,9 +306,9 @@ void BlueZPeripheral::Registration::makeObjects() {
         sd_bus_add_object_vtable(service_.bus()->handle(), &slot, made->path.c_str(), serviceInterface,
                                  serviceTable, made.get());
         made->object.reset(slot);
-        for (std::size_t i = 0; i < of.characteristics.size(); ++i) {
-            makeCharacteristic(made->path, i, of.characteristics[i]);
-        }
+        // sd-bus lists the newest object first, and BlueZ gives out handles in the order of that list.
+        for (std::size_t i = of.characteristics.size(); i > 0; --i)
+            makeCharacteristic(made->path, i - 1, of.characteristics[i - 1]);
         services_.push_back(std::move(made));
     }
     slot = nullptr;

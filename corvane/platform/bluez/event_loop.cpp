@@ -113,8 +113,10 @@ std::optional<std::chrono::nanoseconds> EventLoop::timeout() {
 void EventLoop::step(std::optional<std::chrono::nanoseconds> limit) noexcept {
     if (running_) return;
     running_ = true;
+    // Whoever waits for what a task has done is asked before the next wait.
+    const bool busy = !tasks_.empty();
     runTasks();
-    auto longest = timeout();
+    auto longest = busy ? std::chrono::nanoseconds::zero() : timeout();
     if (limit && (!longest || *limit < *longest)) longest = limit;
     dispatchSources(longest);
     runTimers();
