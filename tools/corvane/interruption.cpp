@@ -1,5 +1,7 @@
 #include "interruption.h"
 
+#include <unistd.h>
+
 #include <csignal>
 
 namespace corvane::tool {
@@ -7,23 +9,35 @@ namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
 
-constexpr int signals[] = {SIGINT, SIGTERM};
+constexpr int requests[] = {SIGINT, SIGTERM};
 
-void handle(void (*handler)(int)) {
+// Without SA_RESTART: whoever waits in a system call wakes up and looks.
+void handle(int signal, void (*handler)(int), int flags) {
     struct sigaction action {};
     action.sa_handler = handler;
-    // Without SA_RESTART: whoever waits in a system call wakes up and looks.
-    action.sa_flags = SA_RESETHAND;
-    for (const int signal : signals) sigaction(signal, &action, nullptr);
+    action.sa_flags = flags;
+    sigaction(signal, &action, nullptr);
+}
+
+// Whoever looked just before the signal and began to wait just after it is woken once more.
+void wakeSoon(int /*signal*/) { alarm(1); }
+
+void noteRequest(int signal) {
+    interrupted = 1;
+    wakeSoon(signal);
 }
 
 }  // namespace
 
 Interruption::Interruption() {
-    handle([](int) { interrupted = 1; });
+    handle(SIGALRM, wakeSoon, 0);
+    for (const int signal : requests) handle(signal, noteRequest, SA_RESETHAND);
 }
 
-Interruption::~Interruption() { handle(SIG_DFL); }
+Interruption::~Interruption() {
+    alarm(0);
+    for (const int signal : requests) handle(signal, SIG_DFL, 0);
+}
 
 bool Interruption::requested() const { return interrupted != 0; }
 
