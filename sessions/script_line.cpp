@@ -10,14 +10,6 @@ namespace {
     throw ScriptError("\"" + std::string(key) + "\" " + std::string(what));
 }
 
-std::string decimalText(double value) {
-    char buffer[32];
-    const auto end = std::to_chars(std::begin(buffer), std::end(buffer), value).ptr;
-    std::string text(buffer, end);
-    if (text.find_first_of(".e") == std::string::npos) text += ".0";
-    return text;
-}
-
 /// Notes a key that an object has twice, which the library itself would let pass.
 class DuplicateKeys {
 public:
@@ -46,18 +38,6 @@ std::uint8_t byteFrom(std::string_view digits, std::string_view key) {
 }
 
 }  // namespace
-
-std::string jsonText(const Json& value) {
-    if (value.is_number_float()) return decimalText(value.get<double>());
-    if (!value.is_structured()) return value.dump(-1, ' ', false, Json::error_handler_t::replace);
-    std::string text(1, value.is_object() ? '{' : '[');
-    for (const auto& [key, element] : value.items()) {
-        if (text.size() > 1) text += ',';
-        if (value.is_object()) text += jsonText(Json(key)) + ':';
-        text += jsonText(element);
-    }
-    return text += value.is_object() ? '}' : ']';
-}
 
 ScriptLine ScriptLine::parse(std::string_view text) {
     if (text.substr(0, 3) == "\xEF\xBB\xBF") throw ScriptError("begins with a byte order mark");

@@ -1,0 +1,69 @@
+#include "sessions/json.h"
+
+#include <charconv>
+#include <utility>
+
+namespace corvane::sessions {
+namespace {
+
+void append(std::string& text, const Json& value);
+
+template <class Number>
+std::string_view appendNumber(std::string& text, Number value) {
+    char buffer[32];
+    const auto end = std::to_chars(std::begin(buffer), std::end(buffer), value).ptr;
+    text.append(buffer, end);
+    return std::string_view(text).substr(text.size() - static_cast<std::size_t>(end - buffer));
+}
+
+void appendDecimal(std::string& text, double value) {
+    const bool isWhole = appendNumber(text, value).find_first_of(".e") == std::string_view::npos;
+    if (isWhole) text += ".0";
+}
+
+void appendList(std::string& text, const Json& list) {
+    text += '[';
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        if (i > 0) text += ',';
+        append(text, list[i]);
+    }
+    text += ']';
+}
+
+void appendObject(std::string& text, const Json& object) {
+    text += '{';
+    bool first = true;
+    for (const auto& [key, value] : object.get_ref<const Json::object_t&>()) {
+        if (!std::exchange(first, false)) text += ',';
+        append(text, key);
+        text += ':';
+        append(text, value);
+    }
+    text += '}';
+}
+
+void append(std::string& text, const Json& value) {
+    switch (value.type()) {
+    case Json::value_t::object:
+        return appendObject(text, value);
+    case Json::value_t::array:
+        return appendList(text, value);
+    case Json::value_t::number_float:
+        return appendDecimal(text, value.get<double>());
+    case Json::value_t::number_integer:
+        appendNumber(text, value.get<std::int64_t>());
+        return;
+    default:
+        text += value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    }
+}
+
+}  // namespace
+
+std::string jsonText(const Json& value) {
+    std::string text;
+    append(text, value);
+    return text;
+}
+
+}  // namespace corvane::sessions
