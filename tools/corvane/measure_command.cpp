@@ -10,6 +10,7 @@
 #include "measure_report.h"
 #include "measurement.h"
 #include "session_file.h"
+#include "sessions/recorder.h"
 
 namespace corvane::tool {
 namespace {
@@ -102,7 +103,9 @@ private:
     std::unique_ptr<sessions::HostDevice> makeDevice(const sessions::DeviceSetup& setup, Platform& platform,
                                                      sessions::HostListener listener) {
         if (!records()) return makeHostDevice(setup, platform, std::move(listener));
-        throw Failure(ExitStatus::wrongUsage, "recording is not there yet");
+        return makeRecordedDevice(
+            setup, platform, std::move(listener),
+            {.clock = [this] { return host_->now(); }, .script = script_.stream(), .trace = trace_.stream()});
     }
 
     /// A recording holds one driver, from its making to its end.
