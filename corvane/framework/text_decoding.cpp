@@ -1,6 +1,7 @@
 #include "corvane/framework/text_decoding.h"
 
 #include <array>
+#include <cfloat>
 #include <clocale>
 #include <cmath>
 #include <cstdlib>
@@ -12,15 +13,17 @@ namespace {
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 constexpr bool isSign(char c) { return c == '+' || c == '-'; }
 
-// Value of a base64 digit, or -1.
-constexpr int base64Digit(char c) {
-    if (c >= 'A' && c <= 'Z') return c - 'A';
-    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-    if (isDigit(c)) return c - '0' + 52;
-    if (c == '+') return 62;
-    if (c == '/') return 63;
-    return -1;
-}
+// Values of the base64 digits, and -1 for what is none.
+constexpr auto base64Values = [] {
+    std::array<std::int8_t, 256> values{};
+    values.fill(-1);
+    std::int8_t value = 0;
+    for (const char c :
+         std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/")) {
+        values[static_cast<unsigned char>(c)] = value++;
+    }
+    return values;
+}();
 
 // Value of a hexadecimal digit, or -1.
 constexpr int hexadecimalDigit(char c) {
@@ -54,6 +57,28 @@ bool isDecimalNumber(std::string_view text) {
         at = exponent;
     }
     return at == text.size();
+}
+
+// The value of a decimal number that is a short one: its digits and the power of ten below them are both
+// whole numbers that a double holds, so that their quotient is rounded once and is as good as the library's.
+std::optional<double> shortDecimal(std::string_view text) {
+    constexpr int mostDigits = 15;
+    if (FLT_EVAL_METHOD != 0 || text.size() > mostDigits) return std::nullopt;
+    std::int64_t digits = 0;
+    std::int64_t scale = 1;
+    bool fraction = false;
+    for (const char c : isSign(text[0]) ? text.substr(1) : text) {
+        if (c == '.') {
+            fraction = true;
+        } else if (isDigit(c)) {
+            digits = digits * 10 + (c - '0');
+            if (fraction) scale *= 10;
+        } else {
+            return std::nullopt;
+        }
+    }
+    const double value = static_cast<double>(digits) / static_cast<double>(scale);
+    return text[0] == '-' ? -value : value;
 }
 
 }  // namespace
@@ -107,18 +132,18 @@ std::optional<std::string> base64Decoded(std::string_view text) {
     std::string_view digits = text;
     for (int i = 0; i < 2 && !digits.empty() && digits.back() == '='; ++i) digits.remove_suffix(1);
 
-    std::string out;
-    out.reserve(text.size() / 4 * 3);
+    std::string out(digits.size() * 3 / 4, '\0');
+    std::size_t at = 0;
     unsigned pending = 0;
     int bits = 0;
     for (const char c : digits) {
-        const int digit = base64Digit(c);
+        const int digit = base64Values[static_cast<unsigned char>(c)];
         if (digit < 0) return std::nullopt;
         pending = (pending << 6 | static_cast<unsigned>(digit)) & 0xFFFF;
         bits += 6;
         if (bits >= 8) {
             bits -= 8;
-            out += static_cast<char>(pending >> bits & 0xFF);
+            out[at++] = static_cast<char>(pending >> bits & 0xFF);
         }
     }
     return out;
@@ -143,6 +168,7 @@ std::int64_t parseHexadecimal(std::string_view text) {
 
 double parseDecimal(std::string_view text) {
     if (!isDecimalNumber(text)) return 0.0;
+    if (const auto value = shortDecimal(text)) return *value;
     // strtod reads the point that the host's locale uses.
     std::string local(text);
     if (const auto point = local.find('.'); point != std::string::npos) {
