@@ -1,0 +1,126 @@
+// Every driver against arbitrary values, in one of two ways. Either everything is allowed: any
+// characteristic, absent values, errors, operations at any time; nothing may crash. Or the values come as on
+// a good link, and each record must be the one that a plain second reading of the same bytes gives.
+#include <vector>
+
+#include "emulators/emulator.h"
+#include "fuzz/input.h"
+#include "tests/support/direct_platform.h"
+#include "tests/support/text_readers.h"
+
+namespace corvane {
+namespace {
+
+template <class Driver>
+class Session {
+    using Info = typename Driver::InfoType;
+
+public:
+    explicit Session(const DriverArguments& arguments)
+        : platform_(device()), driver_(makeDriver<Driver>(arguments, platform_)) {
+        platform_.onPreconditionFailed = [](std::string_view, std::string_view) {};
+        driver_->stateLoading = [this](const StateDeviceLoading<Info>& state) {
+            if (!state.success()) return;
+            reported_.push_back(*state.success());
+            must(state.success()->uuid == platform_.peripheral->identifier());
+        };
+        driver_->startScan();
+    }
+
+    void tryAnything(Input& input) {
+        while (!input.empty()) {
+            switch (const std::uint8_t what = input.byte(); what % 16) {
+            case 0:
+                driver_->startScan();
+                break;
+            case 1:
+                driver_->disconnect();
+                break;
+            case 2:
+                platform_.unlink();
+                break;
+            case 3:
+                must(reported_.empty() || driver_->getResult());
+                break;
+            case 4:
+                platform_.tick();
+                break;
+            case 5:
+                ownOperations();
+                break;
+            case 6:
+            case 7:
+                platform_.link();
+                break;
+            default:
+                notify(what, input.take(input.byte()));
+            }
+        }
+    }
+
+    void compare(Input& input) {
+        platform_.link();
+        text::Reader<Driver> reader;
+        while (!input.empty()) {
+            const Bytes value = input.take(input.byte());
+            if (value.size() < reader.shortest) continue;
+            reported_.clear();
+            notify(0, value);
+            const std::optional<Info> expected = reader.read(value, platform_.peripheral->identifier());
+            must(reported_.size() == (expected ? 1 : 0));
+            must(!expected || reported_[0] == *expected);
+        }
+    }
+
+private:
+    static const PeripheralDevice& device() {
+        static const std::unique_ptr<PeripheralDevice> emulator = makeEmulatorOf<Driver>({});
+        return *emulator;
+    }
+
+    void notify(std::uint8_t how, Bytes value) {
+        const CBError error{"a platform error"};
+        const auto& all = platform_.peripheral->characteristics;
+        const bool absent = (how & 0x70) == 0x70;
+        if (const auto link = platform_.peripheral->delegate.lock()) {
+            link->didUpdateValueFor(platform_.peripheral, all[how / 16 % all.size()],
+                                    absent ? std::nullopt : std::optional(value),
+                                    how & 0x80 ? &error : nullptr);
+        }
+    }
+
+    void ownOperations() {
+        if constexpr (requires { driver_->start(); }) driver_->start();
+        if constexpr (requires { driver_->startResult(); }) driver_->startResult();
+        if constexpr (requires { driver_->requestPayload(); }) driver_->requestPayload();
+    }
+
+    DirectPlatform platform_;
+    std::vector<Info> reported_;
+    std::unique_ptr<Driver> driver_;
+};
+
+void drive(Input input) {
+    const std::uint8_t which = input.byte();
+    const std::uint8_t flags = input.byte();
+    std::size_t index = 0;
+    forEachDriver([&]<class Driver>() {
+        if (index++ != which % models().size()) return;
+        if (flags & 1) {
+            const double height = flags & 8 ? -1.0 : 170.0;
+            Session<Driver>(
+                {.autoResult = (flags & 2) == 0, .repeatResult = (flags & 4) == 0, .height = height})
+                .tryAnything(input);
+        } else {
+            Session<Driver>({}).compare(input);
+        }
+    });
+}
+
+}  // namespace
+}  // namespace corvane
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    corvane::drive({{data, size}});
+    return 0;
+}
