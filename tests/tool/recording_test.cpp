@@ -5,6 +5,8 @@
 namespace corvane {
 namespace {
 
+using testing::HasSubstr;
+
 TEST(Recording, ReplaysToTheTraceItWrote) {
     const Ran ran = sh(R"(
         for model in blood-pressure-td3140 body-composition-adfb885t oximeter-td8255 ecg-td4257; do
