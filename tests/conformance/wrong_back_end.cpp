@@ -425,7 +425,7 @@ private:
     SpoiledQueue queue_;
 };
 
-WrongBackEnd::WrongBackEnd(Wrong wrong) : wrong_(wrong), platform_(std::make_unique<Spoiled>(wrong, radio)) {}
+WrongBackEnd::WrongBackEnd(Wrong wrong) : platform_(std::make_unique<Spoiled>(wrong, radio)) {}
 WrongBackEnd::~WrongBackEnd() = default;
 
 Platform& WrongBackEnd::platform() { return *platform_; }

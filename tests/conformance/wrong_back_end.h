@@ -79,7 +79,6 @@ private:
 
     const PeripheralDevice& wrapped(const PeripheralDevice& device) const;
 
-    const Wrong wrong_;
     std::unique_ptr<Spoiled> platform_;
     std::map<const PeripheralDevice*, std::shared_ptr<PeripheralDevice>> devices_;
 };

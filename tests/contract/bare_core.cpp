@@ -32,9 +32,10 @@ int main() try {
     link->didUpdateValueFor(platform.peripheral, platform.peripheral->characteristics[0], frame, nullptr);
 
     const corvane::Platform& base = platform;
+    const corvane::CBPeripheral& peripheral = *platform.peripheral;
     const bool known = dynamic_cast<const corvane::DirectPlatform*>(&base) &&
                        typeid(base) == typeid(corvane::DirectPlatform) &&
-                       typeid(*platform.peripheral) == typeid(corvane::DirectPeripheral);
+                       typeid(peripheral) == typeid(corvane::DirectPeripheral);
     if (temperature != "36.5" || !known) throw std::runtime_error("unexpected: " + temperature);
     std::puts("36.5 from a core without exceptions and RTTI");
 } catch (const std::exception& error) {

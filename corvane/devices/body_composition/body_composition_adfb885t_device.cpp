@@ -54,7 +54,8 @@ double tenths(std::string_view frame, std::size_t at) {
 double fat(std::string_view first, std::string_view second) {
     std::string digits(first.substr(38, 2));
     digits += second.substr(4, 2);
-    return static_cast<double>(parseHexadecimal(digits) / 10);
+    const std::int64_t whole = parseHexadecimal(digits) / 10;
+    return static_cast<double>(whole);
 }
 
 std::string shown(const std::deque<std::string>& texts) {
