@@ -12,7 +12,7 @@ struct AwkwardInfo {
     int number = 0;
     std::string uuid;
 
-    friend bool operator==(const AwkwardInfo&, const AwkwardInfo&) = default;
+    [[maybe_unused]] friend bool operator==(const AwkwardInfo&, const AwkwardInfo&) = default;
 };
 
 constexpr CBUUID notified{"0000fe01-0000-1000-8000-00805f9b34fb"};
