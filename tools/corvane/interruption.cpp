@@ -31,7 +31,7 @@ void noteRequest(int signal) {
 
 Interruption::Interruption() {
     handle(SIGALRM, wakeSoon, 0);
-    for (const int signal : requests) handle(signal, noteRequest, SA_RESETHAND);
+    for (const int signal : requests) handle(signal, noteRequest, static_cast<int>(SA_RESETHAND));
 }
 
 Interruption::~Interruption() {
