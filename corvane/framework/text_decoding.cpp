@@ -15,9 +15,9 @@ constexpr bool isSign(char c) { return c == '+' || c == '-'; }
 
 // Values of the base64 digits, and -1 for what is none.
 constexpr auto base64Values = [] {
-    std::array<std::int8_t, 256> values{};
+    std::array<int, 256> values{};
     values.fill(-1);
-    std::int8_t value = 0;
+    int value = 0;
     for (const char c :
          std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/")) {
         values[static_cast<unsigned char>(c)] = value++;
