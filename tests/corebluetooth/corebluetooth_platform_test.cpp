@@ -249,9 +249,9 @@ TEST_F(CoreBluetoothPlatformTest, ADeviceIsReportedOnceAScanAndAgainUnderANewNam
     EXPECT_THAT(owner->take(), IsEmpty());
 }
 
-TEST_F(CoreBluetoothPlatformTest, EveryStateIsPassedOnOnceAndAnUnknownOneIsUnknown) {
+TEST_F(CoreBluetoothPlatformTest, EveryStateIsPassedOnAndANewOneIsUnknown) {
     open();
-    for (const long state : {0, 1, 1, 2, 3, 4, 9, 5}) {
+    for (const long state : {0, 1, 2, 3, 4, 9, 5}) {
         radio::setState(state);
         mainLoop::runUntilIdle();
     }
@@ -301,6 +301,14 @@ TEST_F(CoreBluetoothPlatformTest, LinksThatEndWithTheAdapterAreReportedOnceAndFi
         EXPECT_THAT(lines[0], testing::StartsWith("disconnected: "));
         EXPECT_THAT(lines, ElementsAre(lines[0], "state 4", "state 5"));
     }
+}
+
+TEST_F(CoreBluetoothPlatformTest, AnAdapterThatIsBackBeforeItsEventsHasLostItsLinks) {
+    begin();
+    radio::setState(CBManagerState::poweredOff);
+    power(CBManagerState::poweredOn);
+    EXPECT_THAT(owner->take(),
+                ElementsAre("disconnected: Bluetooth is not available.", "state 5", "state 5"));
 }
 
 TEST_F(CoreBluetoothPlatformTest, AfterAResetTheSameObjectStandsForTheDevice) {
@@ -354,6 +362,20 @@ TEST_F(CoreBluetoothPlatformTest, AnAttemptThatIsCancelledEndsWithoutAnEvent) {
     owner->central->connect(owner->peripheral);  // while the system still ends the first
     mainLoop::runUntilIdle();
     EXPECT_THAT(owner->take(), ElementsAre("connected"));
+}
+
+TEST_F(CoreBluetoothPlatformTest, ALinkThatStoodJustBeforeItsAttemptWasCancelledIsEnded) {
+    radio::reset({.deliversLate = true});
+    radio::add(device);
+    open();
+    discover();
+    owner->take();
+    owner->central->connect(owner->peripheral);
+    owner->central->cancelPeripheralConnection(owner->peripheral);
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), IsEmpty());
+    EXPECT_EQ(radio::links(), 0u);
+    EXPECT_THAT(device->heard, ElementsAre("connected", "disconnected"));
 }
 
 TEST_F(CoreBluetoothPlatformTest, ALinkCanBeAskedForWhileTheOldOneEnds) {

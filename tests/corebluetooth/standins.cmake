@@ -43,7 +43,8 @@ corvane_test(corebluetooth_test
     corebluetooth_conformance_test.cpp
     corebluetooth_models_test.cpp
     corebluetooth_platform_test.cpp
-    LINK conformance_suite corebluetooth_backend corebluetooth_standins corvane::emulators
+    corebluetooth_sweep_test.cpp
+    LINK conformance_suite lifetime_sweep corebluetooth_backend corebluetooth_standins corvane::emulators
         corvane::simulated)
 corvane_objective_cxx(corebluetooth_test)
 add_dependencies(corebluetooth_test corebluetooth_example)

@@ -287,7 +287,7 @@ public:
         }
     }
 
-    CBManagerState state() const override { return state_.value_or(CBManagerState::unknown); }
+    CBManagerState state() const override { return state_; }
 
     void scanForPeripherals() override {
         if (!isOn()) return;
@@ -318,17 +318,15 @@ public:
 
     // Events. Whoever calls them holds the central.
 
-    /// Whether the adapter's state is another than the one reported last.
-    bool hasNewState() const { return state_ != stateOf(manager_.state); }
-
-    /// Ends what ends with the adapter. Returns the devices whose links are still to be reported.
-    std::vector<KnownPeripheral> radioLost() {
-        if (manager_.state == CBManagerStatePoweredOn) return {};
+    /// Ends what ended with the adapter, which may have been off and on again by now. Returns the devices
+    /// whose links are still to be reported.
+    std::vector<KnownPeripheral> adapterChanged() {
         scanning_ = false;
         std::vector<KnownPeripheral> unlinked;
         for (const auto& [identifier, peripheral] : peripherals_) {
             peripheral->attempting = false;
-            if (peripheral->owesDisconnect()) unlinked.push_back(peripheral);
+            const bool stands = manager_.state == CBManagerStatePoweredOn && peripheral->isLinked();
+            if (peripheral->owesDisconnect() && !stands) unlinked.push_back(peripheral);
         }
         return unlinked;
     }
@@ -468,7 +466,7 @@ private:
     const std::weak_ptr<CBCentralManagerDelegate> delegate_;
     CRVNCentralEvents* events_ = nil;
     ::CBCentralManager* manager_ = nil;
-    std::optional<CBManagerState> state_;
+    CBManagerState state_ = CBManagerState::unknown;
     bool scanning_ = false;
     std::map<std::string, KnownPeripheral> peripherals_;  // by identifier
 };
@@ -477,11 +475,7 @@ private:
 /// step takes hold of the central anew, as the one before may have let it go.
 void stateChanged(const std::weak_ptr<Central> central) {
     std::vector<KnownPeripheral> unlinked;
-    if (const auto alive = central.lock(); alive && alive->hasNewState()) {
-        unlinked = alive->radioLost();
-    } else {
-        return;
-    }
+    if (const auto alive = central.lock()) unlinked = alive->adapterChanged();
     for (const KnownPeripheral& peripheral : unlinked) {
         if (const auto alive = central.lock()) {
             alive->endLink(peripheral, CBError{"Bluetooth is not available."});

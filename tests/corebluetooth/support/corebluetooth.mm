@@ -119,6 +119,7 @@ struct Radio {
     std::vector<std::shared_ptr<Station>> stations;
     std::vector<__weak CBCentralManager*> managers;
     std::vector<std::string> misuses;
+    std::size_t operations = 0;
 };
 
 Radio& theRadio() {
@@ -323,6 +324,7 @@ void reset(StackBehaviour behaviour, corvane::CBManagerState state) {
 }
 
 void setState(long state) {
+    if (state == static_cast<long>(theRadio().state)) return;
     theRadio().state = static_cast<CBManagerState>(state);
     for (CBCentralManager* manager : managersAlive()) {
         if (manager->_opened) [manager setState:theRadio().state];
@@ -427,6 +429,8 @@ std::size_t links() {
     return count;
 }
 
+std::size_t operations() { return theRadio().operations; }
+
 std::vector<std::string> takeMisuses() { return std::exchange(theRadio().misuses, {}); }
 
 }  // namespace radio
@@ -498,6 +502,7 @@ using namespace standin;
     });
 }
 - (BOOL)accepts:(const char*)command {
+    ++theRadio().operations;
     if (_state != CBPeripheralStateConnected) {
         misuse(std::string(command) + " while not connected");
     } else if (!self.delegate) {
@@ -646,6 +651,7 @@ using namespace standin;
 }
 - (void)scanForPeripheralsWithServices:(NSArray<CBUUID*>*)services
                                options:(NSDictionary<NSString*, id>*)options {
+    ++theRadio().operations;
     if (![self accepts:"scan"]) return;
     if (services || options) misuse("a scan that does not report everything");
     _scanning = true;
@@ -672,6 +678,7 @@ using namespace standin;
     if ([self accepts:"stopScan"]) _scanning = false;
 }
 - (void)connectPeripheral:(CBPeripheral*)peripheral options:(NSDictionary<NSString*, id>*)options {
+    ++theRadio().operations;
     if (![self accepts:"connect"]) return;
     if (peripheral->_manager != self) return misuse("connect to a peripheral of another manager");
     if (_peripherals[peripheral->_station->identifier] != peripheral)
@@ -682,21 +689,29 @@ using namespace standin;
 }
 /// An attempt never times out by itself: it waits for the device to come into reach.
 - (void)tryToLink:(CBPeripheral*)peripheral {
-    if (peripheral->_state != CBPeripheralStateConnecting || !peripheral->_station->accepts()) return;
+    if (![self canLink:peripheral]) return;
+    const bool early = theRadio().behaviour.deliversLate && peripheral->_station->failures == 0;
+    if (early) [self link:peripheral];
     __weak CBPeripheral* weakPeripheral = peripheral;  // nobody but the application keeps it
     [self later:^(id<CBCentralManagerDelegate> delegate) {
       CBPeripheral* alive = weakPeripheral;
-      if (!alive || alive->_state != CBPeripheralStateConnecting || !alive->_station->accepts()) return;
-      if (alive->_station->failures > 0) {
+      if (!alive || (!early && ![self canLink:alive])) return;
+      if (!early && alive->_station->failures > 0) {
           --alive->_station->failures;
           alive->_state = CBPeripheralStateDisconnected;
           [delegate centralManager:self didFailToConnectPeripheral:alive error:error("Connecting failed.")];
           return;
       }
-      alive->_state = CBPeripheralStateConnected;
-      alive->_station->join(alive);
+      if (!early) [self link:alive];
       [delegate centralManager:self didConnectPeripheral:alive];
     }];
+}
+- (BOOL)canLink:(CBPeripheral*)peripheral {
+    return peripheral->_state == CBPeripheralStateConnecting && peripheral->_station->accepts();
+}
+- (void)link:(CBPeripheral*)peripheral {
+    peripheral->_state = CBPeripheralStateConnected;
+    peripheral->_station->join(peripheral);
 }
 - (void)end:(CBPeripheral*)peripheral error:(NSError*)problem {
     // A link that was lost is gone at once; one that is cancelled goes when the device has been told.

@@ -63,6 +63,9 @@ std::size_t managers();
 std::size_t scans();
 std::size_t links();
 
+/// How many operations managers and peripherals were asked for, those not counted that end a scan or a link.
+std::size_t operations();
+
 /// What the system would refuse or complain about in its log, since the last call.
 std::vector<std::string> takeMisuses();
 
