@@ -312,8 +312,9 @@ public:
 
     void cancelPeripheralConnection(const PeripheralRef& peripheral) override {
         Peripheral& unwanted = static_cast<Peripheral&>(*peripheral);
-        unwanted.attempting = false;
-        if (isOn() && !unwanted.isIdle()) [manager_ cancelPeripheralConnection:unwanted.handle()];
+        // The state of a handle need not show an attempt at once.
+        const bool busy = std::exchange(unwanted.attempting, false) || !unwanted.isIdle();
+        if (busy && isOn()) [manager_ cancelPeripheralConnection:unwanted.handle()];
     }
 
     // Events. Whoever calls them holds the central.

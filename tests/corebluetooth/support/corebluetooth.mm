@@ -480,6 +480,7 @@ using namespace standin;
 
 @implementation CBPeripheral
 - (void)dealloc {
+    if (self.delegate) misuse("a peripheral was let go while it had a delegate");
     if (_state == CBPeripheralStateDisconnected) return;
     if (_state != CBPeripheralStateDisconnecting) misuse("a peripheral was let go while it was in use");
     _station->leave(nil);
@@ -488,7 +489,8 @@ using namespace standin;
     return _name;
 }
 - (CBPeripheralState)state {
-    return _state;
+    const bool underWay = _state == CBPeripheralStateConnecting && theRadio().behaviour.deliversLate;
+    return underWay ? CBPeripheralStateDisconnected : _state;
 }
 - (NSArray<CBService*>*)services {
     return _services;
@@ -589,6 +591,7 @@ using namespace standin;
     return self;
 }
 - (void)dealloc {
+    if (self.delegate) misuse("a manager was let go while it had a delegate");
     for (CBPeripheral* peripheral : busyPeripheralsOf(self)) {
         peripheral->_state = CBPeripheralStateDisconnected;
         peripheral->_station->leave(peripheral);
@@ -654,7 +657,7 @@ using namespace standin;
     ++theRadio().operations;
     if (![self accepts:"scan"]) return;
     if (services || options) misuse("a scan that does not report everything");
-    _scanning = true;
+    if (std::exchange(_scanning, true)) return;
     _reported.clear();
     for (const auto& station : theRadio().stations) [self hear:station];
 }

@@ -2,7 +2,8 @@
 //
 // It imitates what the vendor documents. Where that leaves room, the stand-in takes the hardest course: an
 // adapter's or a link's state is another at once, before the event that tells; a value's bytes are written
-// over by the next value; an attempt that is cancelled ends with a disconnect event.
+// over by the next value; an attempt that is cancelled ends with a disconnect event; a scan that is on
+// already reports nothing again.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +25,8 @@ struct StackBehaviour {
     PowerOff powerOff = PowerOff::silent;
     /// Reports a device for its advert, and again for its scan response.
     bool repeatsDiscoveries = false;
-    /// What is on its way reaches the delegate that it was meant for, whatever has become of that since.
+    /// What is on its way reaches the delegate that it was meant for, whatever has become of that since; a
+    /// link stands before anything tells of it.
     bool deliversLate = false;
 };
 
