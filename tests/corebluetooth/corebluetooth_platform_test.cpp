@@ -36,9 +36,9 @@ class EchoDevice final : public PeripheralDevice {
 public:
     std::string name() const override { return "Echo"; }
     std::vector<GattService> services() const override {
-        return {{shortService, {{measurement, gatt::notify}, {control, gatt::write}}},
-                {longService, {}},
-                {mediumService, {}}};
+        const GattService first{shortService, {{measurement, gatt::notify}, {control, gatt::write}}};
+        if (hasTwins) return {first, first};
+        return {first, {longService, {}}, {mediumService, {}}};
     }
     void connected(PeripheralHost& host) override {
         heard.push_back("connected");
@@ -54,6 +54,7 @@ public:
     }
 
     Lines heard;
+    bool hasTwins = false;
 
 private:
     PeripheralHost* host_ = nullptr;
@@ -277,7 +278,9 @@ TEST_F(CoreBluetoothPlatformTest, WithoutPowerNothingIsAsked) {
     everything();  // the state event is still on its way
     mainLoop::runUntilIdle();
     everything();
-    power(CBManagerState::poweredOn);
+    radio::setState(CBManagerState::poweredOn);
+    owner->central->scanForPeripherals();  // this one, too
+    mainLoop::runUntilIdle();
     EXPECT_EQ(radio::scans() + radio::links(), 0u);
     EXPECT_THAT(device->heard, ElementsAre("connected", "subscribed", "disconnected"));
 
@@ -311,6 +314,25 @@ TEST_F(CoreBluetoothPlatformTest, AnAdapterThatIsBackBeforeItsEventsHasLostItsLi
                 ElementsAre("disconnected: Bluetooth is not available.", "state 5", "state 5"));
 }
 
+TEST_F(CoreBluetoothPlatformTest, ScansAndAttemptsEndWithTheAdapter) {
+    radio::add(device);
+    open();
+    discover();
+    radio::remove(*device);
+    connect();
+    owner->central->scanForPeripherals();
+    power(CBManagerState::resetting);
+    power(CBManagerState::poweredOn);
+    owner->take();
+    radio::setName(*device, "New");
+    radio::add(device);
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), IsEmpty());
+    discover();  // shows the device by another object
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), ElementsAre("found \"New\""));
+}
+
 TEST_F(CoreBluetoothPlatformTest, AfterAResetTheSameObjectStandsForTheDevice) {
     begin();
     const PeripheralRef before = owner->peripheral;
@@ -332,6 +354,8 @@ TEST_F(CoreBluetoothPlatformTest, AnAttemptLastsUntilTheLinkStands) {
     discover();
     radio::remove(*device);
     connect();
+    owner->peripheral.reset();
+    discover();  // forgets what nobody needs
     mainLoop::runFor(1h);
     radio::failNextConnect(*device);
     radio::failNextConnect(*device);
@@ -364,6 +388,18 @@ TEST_F(CoreBluetoothPlatformTest, AnAttemptThatIsCancelledEndsWithoutAnEvent) {
     EXPECT_THAT(owner->take(), ElementsAre("connected"));
 }
 
+TEST_F(CoreBluetoothPlatformTest, AnAttemptThatIsToBeTriedAgainEndsWithItsCentral) {
+    radio::add(device);
+    open();
+    discover();
+    radio::failNextConnect(*device);
+    connect();
+    owner->central.reset();
+    EXPECT_EQ(radio::managers(), 0u);
+    mainLoop::runFor(10s);
+    EXPECT_THAT(device->heard, IsEmpty());
+}
+
 TEST_F(CoreBluetoothPlatformTest, ALinkThatStoodJustBeforeItsAttemptWasCancelledIsEnded) {
     radio::reset({.deliversLate = true});
     radio::add(device);
@@ -376,6 +412,12 @@ TEST_F(CoreBluetoothPlatformTest, ALinkThatStoodJustBeforeItsAttemptWasCancelled
     EXPECT_THAT(owner->take(), IsEmpty());
     EXPECT_EQ(radio::links(), 0u);
     EXPECT_THAT(device->heard, ElementsAre("connected", "disconnected"));
+
+    owner->central->connect(owner->peripheral);
+    owner->central->cancelPeripheralConnection(owner->peripheral);
+    connect();
+    EXPECT_THAT(owner->take(), ElementsAre("connected"));
+    EXPECT_EQ(radio::links(), 1u);
 }
 
 TEST_F(CoreBluetoothPlatformTest, ALinkCanBeAskedForWhileTheOldOneEnds) {
@@ -385,17 +427,22 @@ TEST_F(CoreBluetoothPlatformTest, ALinkCanBeAskedForWhileTheOldOneEnds) {
     mainLoop::runUntilIdle();
     EXPECT_THAT(owner->take(), ElementsAre("disconnected", "connected"));
 
+    owner->central->connect(owner->peripheral);
+    mainLoop::runUntilIdle();
     radio::loseLink(*device);
     mainLoop::runUntilIdle();  // which nobody asked to have again
     EXPECT_THAT(owner->take(), ElementsAre("disconnected: The specified device has disconnected from us."));
 }
 
 TEST_F(CoreBluetoothPlatformTest, WhatBelongsToAnOldLinkDoesNothingOnTheNext) {
+    radio::reset({.deliversLate = true});
     begin();
     const auto service = owner->peripheral->services()->at(0);
     const auto characteristic = owner->characteristic(1);
+    owner->peripheral->discoverServices({});
     radio::loseLink(*device);
     connect();
+    EXPECT_THAT(owner->take(), ElementsAre(testing::StartsWith("disconnected: "), "connected"));
     device->heard.clear();
     owner->peripheral->discoverCharacteristics({}, *service);
     owner->peripheral->setNotifyValue(true, *characteristic);
@@ -413,6 +460,12 @@ TEST_F(CoreBluetoothPlatformTest, ASnapshotServesUntilItsServiceIsWithdrawn) {
                                       CBCharacteristicWriteType::withResponse);
         mainLoop::runUntilIdle();
     };
+    owner->peripheral->discoverServices({&longService, 1});
+    mainLoop::runUntilIdle();
+    writeOld();
+    EXPECT_EQ(device->heard.back(), "written 05");
+    EXPECT_THAT(owner->take(), ElementsAre("services 1"));
+
     discoverServices();
     EXPECT_NE(owner->characteristic(1), oldControl);
     writeOld();
@@ -429,6 +482,26 @@ TEST_F(CoreBluetoothPlatformTest, ASnapshotServesUntilItsServiceIsWithdrawn) {
     subscribe();
     write(std::vector<std::uint8_t>{6});
     EXPECT_THAT(owner->take(), ElementsAre("services 3", "characteristics 2", "value 06"));
+}
+
+TEST_F(CoreBluetoothPlatformTest, ServicesOfOneUuidAreToldApart) {
+    device->hasTwins = true;
+    radio::add(device);
+    open();
+    discover();
+    connect();
+    owner->peripheral->discoverServices({});
+    mainLoop::runUntilIdle();
+    owner->peripheral->discoverCharacteristics({}, *owner->peripheral->services()->at(1));
+    mainLoop::runUntilIdle();
+    const auto services = *owner->peripheral->services();
+    EXPECT_FALSE(services.at(0)->characteristics);
+    EXPECT_TRUE(services.at(1)->characteristics);
+
+    owner->take();
+    radio::sendValue(*device, measurement, Bytes{}, std::nullopt);  // of the first
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), IsEmpty());
 }
 
 TEST_F(CoreBluetoothPlatformTest, AValueStaysWhatItIsWhileItsEventLasts) {
@@ -453,6 +526,20 @@ TEST_F(CoreBluetoothPlatformTest, AValueStaysWhatItIsWhileItsEventLasts) {
     EXPECT_EQ(nested->seen, "02 01 ");
 }
 
+TEST_F(CoreBluetoothPlatformTest, TwoCentralsScanEachForItself) {
+    const auto other = std::make_shared<Owner>();
+    open();
+    other->open(*platform);
+    mainLoop::runUntilIdle();
+    owner->central->scanForPeripherals();
+    other->central->scanForPeripherals();
+    other->central->stopScan();
+    radio::add(device);
+    mainLoop::runUntilIdle();
+    EXPECT_THAT(owner->take(), ElementsAre("state 5", "found \"Echo\""));
+    EXPECT_THAT(other->take(), ElementsAre("state 5"));
+}
+
 TEST_F(CoreBluetoothPlatformTest, TwoCentralsShareALink) {
     begin();
     const auto other = std::make_shared<Owner>();
@@ -474,6 +561,12 @@ TEST_F(CoreBluetoothPlatformTest, NothingReachesAnOwnerThatHasLetGo) {
     for (const bool late : {false, true}) {
         owner = std::make_shared<Owner>();
         radio::reset({.deliversLate = late});
+        open();
+        owner->central->scanForPeripherals();
+        radio::add(std::make_shared<EchoDevice>());
+        owner->central.reset();
+        EXPECT_EQ(radio::scans(), 0u);
+
         begin();
         const std::uint8_t byte = 1;
         radio::sendValue(*device, measurement, Bytes(&byte, 1), std::nullopt);

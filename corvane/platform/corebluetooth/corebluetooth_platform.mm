@@ -349,9 +349,9 @@ public:
 
     void connected(::CBPeripheral* handle) {
         const KnownPeripheral known = find(handle);
-        if (!known) return;
-        // The link stood just before the attempt was cancelled.
-        if (!known->attempting) return cancelPeripheralConnection(known);
+        // A link that stood just before its attempt was cancelled is on its way out, though wanted again
+        // perhaps.
+        if (!known || !known->attempting || handle.state != CBPeripheralStateConnected) return;
         known->attempting = false;
         known->linkStands();
         tell(delegate_, [&](CBCentralManagerDelegate& delegate) { delegate.didConnect(known); });

@@ -664,7 +664,8 @@ using namespace standin;
 - (void)hear:(const std::shared_ptr<Station>&)station {
     const std::shared_ptr<Station> heard = station;
     [self later:^(id<CBCentralManagerDelegate> delegate) {
-      if (!self->_scanning || !heard->inReach || heard->link) return;
+      const bool listens = self->_scanning || theRadio().behaviour.deliversLate;
+      if (!listens || !heard->inReach || heard->link) return;
       if (std::count(self->_reported.begin(), self->_reported.end(), heard->identifier)) return;
       self->_reported.push_back(heard->identifier);
       CBPeripheral* peripheral = [self peripheralOf:heard];
