@@ -4,12 +4,13 @@
 #include <cstdlib>
 
 #include "corvane/platform/bluez/central.h"
+#include "corvane/platform/bluez/property_reader.h"
 
 namespace corvane::bluez {
 namespace {
 
 BlueZOptions onPrivateBus(BlueZOptions options) {
-    options.busAddress = privateBus().address();
+    if (options.busAddress.empty()) options.busAddress = privateBus().address();
     return options;
 }
 
@@ -66,15 +67,33 @@ bool Air::isQuiet() {
     // What the daemon had received from either side when it answers, it has passed on. The second answer is
     // for what was received together with the first question.
     for (std::uint64_t asked = 1; asked <= 2; ++asked) {
-        bool answered = false;
-        const Message question = witness_->newCall("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                                   "org.freedesktop.DBus", "GetId");
-        const Slot call =
-            witness_->call(question, std::chrono::minutes(1), [&](const Reply&) { answered = true; });
-        while (!answered) loop.step();
+        ask("org.freedesktop.DBus", "GetId", [](const Reply&) {});
         if (loop.handled() != before + asked) return false;
     }
     return true;
+}
+
+void Air::ask(const char* interface, const char* member, const std::function<void(const Reply&)>& answered) {
+    bool done = false;
+    const Message question =
+        witness_->newCall("org.freedesktop.DBus", "/org/freedesktop/DBus", interface, member);
+    const Slot call = witness_->call(question, std::chrono::minutes(1), [&](const Reply& reply) {
+        answered(reply);
+        done = true;
+    });
+    while (!done) loop.step();
+}
+
+std::size_t Air::matchRules() {
+    std::size_t count = 0;
+    ask("org.freedesktop.DBus.Debug.Stats", "GetAllMatchRules", [&](const Reply& reply) {
+        readEntries(reply.message(), 's', "as", [&](std::string_view connection) {
+            return readTexts(reply.message(), [&](std::string_view) {
+                if (connection == platform.radio().busName()) ++count;
+            });
+        });
+    });
+    return count;
 }
 
 }  // namespace corvane::bluez

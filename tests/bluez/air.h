@@ -38,12 +38,16 @@ public:
     /// Runs everything that happens in this time.
     void runFor(std::chrono::nanoseconds time);
 
+    /// How many rules the daemon keeps for the platform.
+    std::size_t matchRules();
+
     EventLoop loop;
     StandIn service;
     LoopPlatform platform;
 
 private:
     bool isQuiet();
+    void ask(const char* interface, const char* member, const std::function<void(const Reply&)>& answered);
 
     std::shared_ptr<Bus> witness_;  // Neither side's; asks the daemon.
 };

@@ -75,6 +75,7 @@ void PrivateBus::start() {
         // It must not outlive a test that is killed.
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         ::dup2(pipe[1], 3);
+        ::dup2(::open("/dev/null", O_WRONLY), STDERR_FILENO);
         ::execlp("dbus-daemon", "dbus-daemon", file.c_str(), "--print-address=3", "--nofork", "--nopidfile",
                  "--nosyslog", nullptr);
         ::_exit(127);

@@ -108,6 +108,10 @@ void StandIn::loseLink(const PeripheralDevice& device) {
     if (StandInDevice* known = find(device)) known->loseLink();
 }
 
+void StandIn::leaveLinks() {
+    for (const auto& device : devices_) device->linkFromElsewhere();
+}
+
 void StandIn::forget(const PeripheralDevice& device) {
     StandInDevice* known = find(device);
     if (!known) return;
@@ -185,8 +189,16 @@ void StandIn::startDiscovery(const IncomingCall& call) {
     if (!discoverers_.insert(call.sender).second) return answer(call, inProgress);
     objects_.set(adapter_, "Discovering", true);
     // A device may be found before the call is answered.
-    for (const auto& device : std::vector(devices_)) device->advertise();
+    if (habits.advertisingDelay == std::chrono::milliseconds(0)) {
+        advertise();
+    } else {
+        firstAdvertisement_ = loop_.after(habits.advertisingDelay, [this] { advertise(); });
+    }
     answer(call);
+}
+
+void StandIn::advertise() {
+    for (const auto& device : std::vector(devices_)) device->advertise();
 }
 
 void StandIn::stopDiscovery(const IncomingCall& call) {

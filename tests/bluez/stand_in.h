@@ -47,6 +47,8 @@ struct StandInHabits {
     std::chrono::milliseconds disconnectTime{0};
     /// An attempt to connect to a device that is not there fails after this time.
     std::chrono::milliseconds connectTime{20};
+    /// From the start of discovery to the first advertisement.
+    std::chrono::milliseconds advertisingDelay{0};
     /// What devices do after a time, they do this much sooner.
     int hurry = 1;
 };
@@ -76,6 +78,8 @@ public:
     void nameChanged(const PeripheralDevice& device);
     /// Ends the link from outside.
     void loseLink(const PeripheralDevice& device);
+    /// Links every device that is in reach, as clients do that are killed while they are linked.
+    void leaveLinks();
     /// Forgets the device, as bluetoothctl's "remove" makes it; it can be found again.
     void forget(const PeripheralDevice& device);
     std::string pathOf(const PeripheralDevice& device) const;
@@ -115,6 +119,7 @@ private:
     void startDiscovery(const IncomingCall& call);
     void stopDiscovery(const IncomingCall& call);
     void discoveryEnded();
+    void advertise();
     void clientLeft(const std::string& client);
     void ownerChanged(sd_bus_message* message);
     StandInDevice* find(const PeripheralDevice& device);
@@ -127,6 +132,7 @@ private:
     ExportedObjects objects_;
     bool powered_ = true;
     std::set<std::string> discoverers_;
+    std::unique_ptr<Timer> firstAdvertisement_;
     // Devices that are gone may still be forgotten later, so they are kept.
     std::vector<std::shared_ptr<StandInDevice>> devices_;
 };

@@ -158,6 +158,11 @@ void StandInDevice::exportObject() {
     service_.objects().add(path_, deviceInterface, std::move(properties));
 }
 
+void StandInDevice::linkFromElsewhere() {
+    if (!service_.objects().has(path_)) exportObject();
+    linkStands();
+}
+
 void StandInDevice::forget() {
     loseLink();
     service_.objects().remove(path_);
@@ -193,8 +198,8 @@ bool StandInDevice::handle(const IncomingCall& call) {
 // The link.
 
 void StandInDevice::connect(const IncomingCall& call) {
-    if (service_.isDiscovering()) ++service_.connectsWhileDiscovering;
     if (linked_) return service_.answer(call);
+    if (service_.isDiscovering()) ++service_.connectsWhileDiscovering;
     if (attempt_) return service_.answer(call, {"org.bluez.Error.Failed", "Operation already in progress"});
     attempt_ = std::make_unique<IncomingCall>(call);
     const auto time = inReach_ ? std::chrono::milliseconds(0) : service_.habits.connectTime;
@@ -280,7 +285,8 @@ void StandInDevice::endLink() {
     // Clients can hear of the end on the bus before their sockets hang up.
     for (auto& [path, characteristic] : characteristics_) releaseSocket(path);
     if (!service_.habits.cachesObjects) {
-        for (const auto& [path, characteristic] : characteristics_) {
+        for (auto& [path, characteristic] : characteristics_) {
+            characteristic.sessions.clear();
             service_.objects().remove(path);
             service_.objects().remove(std::string(parentOf(path)));
         }

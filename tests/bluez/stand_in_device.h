@@ -29,6 +29,7 @@ public:
     void loseSignalStrength();
     /// As when the service has started and remembers the device.
     void exportObject();
+    void linkFromElsewhere();
     void forget();
     /// The link is gone, on both sides. The device is told from the loop.
     void loseLink();

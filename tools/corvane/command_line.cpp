@@ -10,6 +10,7 @@
 
 #include "data_output.h"
 #include "decode_command.h"
+#include "doctor_command.h"
 #include "emulate_command.h"
 #include "failure.h"
 #include "measure_command.h"
@@ -61,6 +62,11 @@ constexpr const char* decodeExamples = R"(Examples:
   corvane decode temperature-aoj20a 000000000e42
   corvane decode oximeter-adfb05 81486200 81496100 --json
   corvane decode body-composition-adfb885t fff2:01 --height 181 --age 35 --gender male
+)";
+
+constexpr const char* doctorExamples = R"(Examples:
+  corvane doctor                      what Bluetooth lacks here, and what helps
+  corvane doctor --adapter hci1
 )";
 
 constexpr const char* emulateExamples = R"(Examples:
@@ -133,6 +139,7 @@ public:
         addReplay();
 #ifdef CORVANE_TOOL_HAS_BLUEZ
         addEmulate();
+        addDoctor();
 #endif
     }
 
@@ -258,6 +265,15 @@ private:
     }
 
 #ifdef CORVANE_TOOL_HAS_BLUEZ
+    void addDoctor() {
+        CLI::App* command =
+            addCommand("doctor", "Say what Bluetooth needs to work from here", doctorExamples);
+        auto options = std::make_shared<DoctorOptions>();
+        command->add_option("--adapter", options->adapter, "The one to be used, such as hci0")
+            ->type_name("NAME");
+        command->callback([=, this] { command_ = [=] { return examineBluetooth(*options); }; });
+    }
+
     void addEmulate() {
         CLI::App* command = addCommand("emulate", "Put an emulated device on the air", emulateExamples);
         auto options = std::make_shared<EmulateOptions>();

@@ -39,6 +39,8 @@ public:
     ObjectTree& tree() { return tree_; }
     const ObjectTree& tree() const { return tree_; }
 
+    std::string ownName() const { return bus_ ? bus_->uniqueName() : std::string(); }
+
     /// A call to the very process that was found to be the service. Null when it is not present.
     Message newCall(std::string_view path, const char* interface, const char* member);
     [[nodiscard]] Slot call(const Message& message, Bus::ReplyHandler handler,

@@ -90,6 +90,11 @@ void Bus::flush() {
     if (sd_bus_is_ready(bus_) > 0 && (events() & EPOLLOUT)) sd_bus_flush(bus_);
 }
 
+std::string Bus::uniqueName() const {
+    const char* name = nullptr;
+    return sd_bus_is_ready(bus_) > 0 && sd_bus_get_unique_name(bus_, &name) >= 0 ? name : "";
+}
+
 Message Bus::newCall(const std::string& destination, const std::string& path, const char* interface,
                      const char* member) {
     sd_bus_message* message = nullptr;

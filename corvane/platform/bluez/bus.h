@@ -73,6 +73,9 @@ public:
     /// The library's own handle, for what has no wrapper here.
     sd_bus* handle() const { return bus_; }
 
+    /// Empty until the bus has given one.
+    std::string uniqueName() const;
+
     Message newCall(const std::string& destination, const std::string& path, const char* interface,
                     const char* member);
     /// Sends; the handler is called once, unless the slot is released before.

@@ -129,12 +129,13 @@ void Radio::scanStarted(Central& central) {
     ++scans_;
     updateDiscovery();
     tree().forEachDevice(adapter_, [&](const DeviceNode& device) {
-        // A device that somebody else's link keeps from advertising, or that of an earlier run of this
-        // program, would not be heard.
-        const bool heldByOthers = device.connected && !findLink(device.path);
-        if (device.inReach || heldByOthers) central.heard(device);
+        if (device.inReach || isHeldByOthers(device)) central.heard(device);
     });
 }
+
+// Somebody else's link, or one that an earlier run of this program has left, keeps the device from
+// advertising; it would never be heard.
+bool Radio::isHeldByOthers(const DeviceNode& device) { return device.connected && !findLink(device.path); }
 
 void Radio::scanStopped() { updateDiscovery(); }
 
@@ -149,18 +150,20 @@ void Radio::updateDiscovery() {
 void Radio::deviceAppeared(DeviceNode& device) {
     if (Link* link = findLink(device.path)) link->deviceAppeared(device);
     // BlueZ makes an object of what it hears, also where it does not say how loud that was.
-    if (scanners_ > 0 && !device.connected) heard(device);
+    heard(device);
 }
 
 void Radio::deviceChanged(DeviceNode& device, const ObjectTree::DeviceChange& change) {
     if (change.renamed) device.toldAt = 0;
-    if (change.heard || change.renamed) heard(device);
+    if (change.heard || change.renamed || (change.connection && isHeldByOthers(device))) heard(device);
     if (!change.connection && !change.services) return;
     if (Link* link = findLink(device.path)) link->deviceChanged(device, change);
 }
 
 void Radio::heard(DeviceNode& device) {
     if (scanners_ == 0 || device.toldAt == scans_ || device.adapterPath() != adapter_) return;
+    // A name may change while the device is linked, and does not advertise.
+    if (device.connected && findLink(device.path)) return;
     device.toldAt = scans_;
     device.inReach = true;
     for (Central* central : centrals_) {

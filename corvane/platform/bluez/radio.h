@@ -23,6 +23,8 @@ public:
 
     EventLoop& loop() { return loop_; }
     ObjectTree& tree() { return service_.tree(); }
+    /// This process's own name on the bus; empty before it has one.
+    std::string busName() const { return service_.ownName(); }
 
     /// As it is now; centrals learn of it by events.
     CBManagerState state() const;
@@ -60,6 +62,7 @@ private:
     void linkChanged(Link& link);
     void updateDiscovery();
     void heard(DeviceNode& device);
+    bool isHeldByOthers(const DeviceNode& device);
     GattSession* sessionOf(std::string_view characteristic);
 
     const BlueZOptions options_;

@@ -1,0 +1,217 @@
+// Signals of any shape, about any object, in any order, into what the BlueZ back end makes of them. The input
+// is a list of instructions that build the messages: a message that is malformed as such never gets past
+// sd-bus.
+#include <sys/socket.h>
+
+#include <cstdlib>
+
+#include "corvane/platform/bluez/bus.h"
+#include "corvane/platform/bluez/object_tree.h"
+#include "fuzz/input.h"
+
+namespace corvane::bluez {
+namespace {
+
+constexpr const char* paths[] = {"/",
+                                 "/org/bluez/hci0",
+                                 "/org/bluez/hci0/dev_00_AA_01_01_00_01",
+                                 "/org/bluez/hci0/dev_00_AA_01_01_00_02",
+                                 "/org/bluez/hci0/dev_00_AA_01_01_00_01/service0001",
+                                 "/org/bluez/hci0/dev_00_AA_01_01_00_01/service0001/char0002",
+                                 "/org/bluez/hci1"};
+constexpr const char* interfaces[] = {"org.bluez.Adapter1", "org.bluez.Device1", "org.bluez.GattService1",
+                                      "org.bluez.GattCharacteristic1", "org.bluez.Battery1"};
+constexpr const char* properties[] = {"Powered", "Discovering", "Address",          "AddressType", "Name",
+                                      "Alias",   "RSSI",        "Connected",        "UUID",        "Primary",
+                                      "Value",   "Notifying",   "ServicesResolved", "Unknown"};
+constexpr const char* texts[] = {"00:AA:01:01:00:01", "public", "random",
+                                 "0000ffe1-0000-1000-8000-00805f9b34fb", "ffe1"};
+
+// Looks at everything that it is told of, as the back end does.
+class Witness final : public ObjectTree::Observer {
+public:
+    ObjectTree* tree = nullptr;
+
+private:
+    void adaptersChanged() override {
+        for (const auto& [path, adapter] : tree->adapters()) must(path.ends_with(adapter.name()));
+    }
+    void deviceAppeared(DeviceNode& device) override { look(device); }
+    void deviceChanged(DeviceNode& device, const ObjectTree::DeviceChange&) override { look(device); }
+    void deviceVanished(const DeviceNode& device) override {
+        must(!tree->device(device.path));
+        must(tree->services(device.path).empty());
+    }
+    void valueChanged(std::string_view, Bytes value) override { must(value.size() <= 512); }
+    void notifyingChanged(std::string_view, bool) override {}
+
+    void look(DeviceNode& device) {
+        must(tree->device(device.path) == &device);
+        must(!device.servicesResolved || device.connected);
+        must(!device.name || (!device.name->empty() && device.name->size() <= 248));
+        for (const GattNode& service : tree->services(device.path)) {
+            for (const GattNode& characteristic : tree->characteristics(service.path))
+                must(parentOf(parentOf(characteristic.path)) == device.path);
+        }
+    }
+};
+
+class MessageMaker {
+public:
+    MessageMaker(sd_bus* bus, Input& input) : bus_(bus), input_(input) {}
+
+    Message make(const char* member, const char* types) {
+        sd_bus_message* message = nullptr;
+        sd_bus_message_new_signal(bus_, &message, pick(paths), "a.b", member);
+        message_ = message;
+        append(types);
+        sd_bus_message_seal(message, 1, 0);
+        sd_bus_message_rewind(message, 1);
+        return Message(message);
+    }
+
+private:
+    template <std::size_t size>
+    const char* pick(const char* const (&from)[size]) {
+        return from[input_.byte() % size];
+    }
+
+    // Any other type than the documented one now and then, in each place.
+    void append(std::string_view types) {
+        if (input_.byte() == 0xFF) return appendVariant();
+        if (types == "sa{sv}as") {
+            appendName(pick(interfaces));
+            appendProperties();
+            appendNames();
+        } else if (types == "oa{sa{sv}}") {
+            sd_bus_message_append_basic(message_, 'o', pick(paths));
+            appendInterfaces();
+        } else if (types == "oas") {
+            sd_bus_message_append_basic(message_, 'o', pick(paths));
+            appendNames();
+        } else {
+            appendObjects();
+        }
+    }
+    void appendObjects() {
+        sd_bus_message_open_container(message_, 'a', "{oa{sa{sv}}}");
+        while (more()) {
+            sd_bus_message_open_container(message_, 'e', "oa{sa{sv}}");
+            sd_bus_message_append_basic(message_, 'o', pick(paths));
+            appendInterfaces();
+            sd_bus_message_close_container(message_);
+        }
+        sd_bus_message_close_container(message_);
+    }
+    void appendInterfaces() {
+        sd_bus_message_open_container(message_, 'a', "{sa{sv}}");
+        while (more()) {
+            sd_bus_message_open_container(message_, 'e', "sa{sv}");
+            appendName(pick(interfaces));
+            appendProperties();
+            sd_bus_message_close_container(message_);
+        }
+        sd_bus_message_close_container(message_);
+    }
+    void appendProperties() {
+        sd_bus_message_open_container(message_, 'a', "{sv}");
+        while (more()) {
+            sd_bus_message_open_container(message_, 'e', "sv");
+            appendName(pick(properties));
+            appendVariant();
+            sd_bus_message_close_container(message_);
+        }
+        sd_bus_message_close_container(message_);
+    }
+    void appendNames() {
+        sd_bus_message_open_container(message_, 'a', "s");
+        while (more()) appendName(more() ? pick(properties) : pick(interfaces));
+        sd_bus_message_close_container(message_);
+    }
+    void appendVariant() {
+        switch (input_.byte() % 7) {
+        case 0:
+            sd_bus_message_append(message_, "v", "b", input_.byte() & 1);
+            break;
+        case 1:
+            sd_bus_message_append(message_, "v", "n", input_.byte());
+            break;
+        case 2:
+            sd_bus_message_append(message_, "v", "s", pick(texts));
+            break;
+        case 3:
+            sd_bus_message_append(message_, "v", "s", text().c_str());
+            break;
+        case 4:
+            sd_bus_message_append(message_, "v", "(is)", 1, "nested");
+            break;
+        case 5:
+            sd_bus_message_append(message_, "v", "v", "s", "nested");
+            break;
+        default:
+            appendBytes();
+        }
+    }
+    void appendBytes() {
+        // Up to a little more than a value can be long.
+        const Bytes bytes = input_.take(input_.byte() * std::size_t{2} + 4);
+        sd_bus_message_open_container(message_, 'v', "ay");
+        sd_bus_message_append_array(message_, 'y', bytes.data(), bytes.size());
+        sd_bus_message_close_container(message_);
+    }
+    void appendName(const char* name) { sd_bus_message_append_basic(message_, 's', name); }
+    std::string text() {
+        const Bytes bytes = input_.take(input_.byte());
+        std::string text(bytes.begin(), bytes.end());
+        // sd-bus takes no other.
+        for (char& c : text) c = static_cast<char>(c & 0x7F);
+        return text;
+    }
+    bool more() { return !input_.empty() && (input_.byte() & 1); }
+
+    sd_bus* bus_;
+    Input& input_;
+    sd_bus_message* message_ = nullptr;
+};
+
+/// A connection to nobody, without which there are no messages.
+sd_bus* unconnectedBus() {
+    static sd_bus* const bus = [] {
+        int ends[2];
+        sd_bus* made = nullptr;
+        if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) < 0 || sd_bus_new(&made) < 0 ||
+            sd_bus_set_fd(made, ends[0], ends[0]) < 0 || sd_bus_start(made) < 0)
+            std::abort();
+        return made;
+    }();
+    return bus;
+}
+
+}  // namespace
+}  // namespace corvane::bluez
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using namespace corvane::bluez;
+    corvane::Input input{{data, size}};
+    MessageMaker maker(unconnectedBus(), input);
+    Witness witness;
+    ObjectTree tree(witness);
+    witness.tree = &tree;
+    while (!input.empty()) {
+        switch (input.byte() % 7) {
+        case 0:
+            tree.load(maker.make("Reply", "a{oa{sa{sv}}}").get());
+            break;
+        case 1:
+        case 2:
+            tree.interfacesAdded(maker.make("InterfacesAdded", "oa{sa{sv}}").get());
+            break;
+        case 3:
+            tree.interfacesRemoved(maker.make("InterfacesRemoved", "oas").get());
+            break;
+        default:
+            tree.propertiesChanged(maker.make("PropertiesChanged", "sa{sv}as").get());
+        }
+    }
+    return 0;
+}

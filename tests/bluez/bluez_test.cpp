@@ -1,0 +1,343 @@
+// What BlueZ and its surroundings do, and what becomes of it in the application.
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "corvane/platform/bluez/device_identifier.h"
+#include "tests/bluez/ward.h"
+
+namespace corvane::bluez {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* reading = "poweredOn connect loading 36.6 disconnect";
+
+Refusal inProgress() { return {"org.bluez.Error.InProgress", "In Progress"}; }
+Refusal failed(const char* text) { return {"org.bluez.Error.Failed", text}; }
+
+// States.
+
+TEST(BlueZState, FollowsTheAdapter) {
+    Ward ward;
+    ward.reader.driver->startScan();
+    EXPECT_TRUE(ward.waitFor("poweredOn"));
+    ward.air.service.setPowered(false);
+    EXPECT_TRUE(ward.waitFor("poweredOff"));
+    ward.air.service.removeAdapter();
+    EXPECT_TRUE(ward.waitFor("unsupported"));
+    ward.air.service.addAdapter();
+    ward.reader.news();
+    EXPECT_TRUE(ward.waitFor("poweredOff"));
+    ward.air.service.setPowered(true);
+    EXPECT_TRUE(ward.waitFor("36.6"));
+}
+
+TEST(BlueZState, IsUnsupportedWithoutAServiceUntilItStarts) {
+    Ward ward;
+    ward.air.service.vanish();
+    ward.air.runFor(1s);
+    ward.reader.driver->startScan();
+    EXPECT_TRUE(ward.waitFor("unsupported"));
+    ward.air.service.comeBack();
+    EXPECT_TRUE(ward.waitFor("36.6"));
+}
+
+TEST(BlueZState, IsUnsupportedWithoutABus) {
+    EventLoop loop;
+    LoopPlatform platform({.busAddress = "unix:path=/nonexistent"}, loop);
+    Reader reader(platform);
+    reader.driver->startScan();
+    for (int i = 0; i < 10; ++i) loop.step(0ns);
+    EXPECT_EQ(reader.news(), "unknown unsupported");
+    EXPECT_EQ(loop.timeout(), std::nullopt) << "nothing is waited for";
+}
+
+TEST(BlueZState, IsUnauthorizedWhereTheServiceMayNotBeCalled) {
+    for (const char* method : {"GetManagedObjects", "StartDiscovery"}) {
+        Ward ward;
+        ward.air.service.refusals[method] = {{"org.freedesktop.DBus.Error.AccessDenied", "Rejected"}};
+        ward.reader.driver->startScan();
+        EXPECT_TRUE(ward.waitFor("unauthorized")) << method;
+    }
+}
+
+TEST(BlueZState, IsResettingWhileTheServiceRestartsAndUnsupportedIfItStaysAway) {
+    Ward ward;
+    ward.reader.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("36.6"));
+    ward.reader.news();
+    ward.air.service.vanish();
+    ASSERT_TRUE(ward.waitFor("resetting"));
+    ward.air.service.comeBack();
+    ASSERT_TRUE(ward.waitFor("36.6"));
+    EXPECT_EQ(ward.reader.news(), "disconnect resetting poweredOn connect loading 36.6");
+    ward.air.service.vanish();
+    ASSERT_TRUE(ward.waitFor("unsupported"));
+    ward.air.service.comeBack();
+    EXPECT_TRUE(ward.waitFor("36.6"));
+}
+
+TEST(BlueZState, IsThatOfTheAdapterThatWasAskedFor) {
+    Ward ward({.adapter = "hci7"});
+    ward.reader.driver->startScan();
+    EXPECT_TRUE(ward.waitFor("unsupported"));
+    ward.air.service.objects().add("/org/bluez/hci7", "org.bluez.Adapter1", {{"Powered", false}});
+    EXPECT_TRUE(ward.waitFor("poweredOff"));
+    ward.air.service.objects().set("/org/bluez/hci7", "Powered", true);
+    EXPECT_TRUE(ward.waitFor("poweredOn"));
+}
+
+TEST(BlueZState, IsThatOfAnAdapterThatIsOnIfThereIsOne) {
+    Ward ward;
+    ward.air.service.objects().add("/org/bluez/hci10", "org.bluez.Adapter1", {{"Powered", true}});
+    ward.air.service.objects().add("/org/bluez/hci2", "org.bluez.Adapter1", {{"Powered", true}});
+    ward.air.service.setPowered(false);
+    ward.air.runFor(1s);
+    ward.reader.driver->startScan();
+    EXPECT_TRUE(ward.waitFor("poweredOn"));
+    ward.air.service.objects().set("/org/bluez/hci2", "Powered", false);
+    ward.air.runFor(1s);
+    EXPECT_EQ(ward.reader.news(), "unknown poweredOn poweredOff poweredOn");
+    ward.air.service.objects().remove("/org/bluez/hci10");
+    ward.air.runFor(1s);
+    EXPECT_EQ(ward.reader.news(), "unsupported poweredOff");
+}
+
+// What goes wrong on the way to a reading.
+
+struct Trouble {
+    const char* name;
+    void (*make)(StandIn& service);
+    BlueZNotifyPath notifyPath = BlueZNotifyPath::automatic;
+};
+
+const Trouble troubles[] = {
+    {"None", [](StandIn&) {}},
+    {"LateNames", [](StandIn& service) { service.habits.lateNames = true; }},
+    {"ObjectsAreNotCached", [](StandIn& service) { service.habits.cachesObjects = false; }},
+    {"ServicesAreResolvedFirst", [](StandIn& service) { service.habits.resolvesBeforeReply = true; }},
+    {"TheEndOfALinkTakesTime", [](StandIn& service) { service.habits.disconnectTime = 2s; }},
+    {"DiscoveryIsInProgress",
+     [](StandIn& service) { service.refusals["StartDiscovery"].assign(3, inProgress()); }},
+    {"TheFilterIsRefused",
+     [](StandIn& service) { service.refusals["SetDiscoveryFilter"].assign(2, failed("no")); }},
+    {"ConnectIsInProgress", [](StandIn& service) { service.refusals["Connect"].assign(4, inProgress()); }},
+    {"ConnectIsAborted",
+     [](StandIn& service) { service.refusals["Connect"].assign(6, failed("le-connection-abort-by-local")); }},
+    {"TheLinkIsThereAlready",
+     [](StandIn& service) {
+         service.leaveLinks();
+         service.refusals["Connect"] = {{"org.bluez.Error.AlreadyConnected", "Already Connected"}};
+     }},
+    {"StartNotifyIsInProgress",
+     [](StandIn& service) { service.refusals["StartNotify"].assign(3, inProgress()); }},
+    {"TheReplyToStartDiscoveryIsLost", [](StandIn& service) { service.lostReplies["StartDiscovery"] = 1; }},
+    {"TheReplyToStopDiscoveryIsLost", [](StandIn& service) { service.lostReplies["StopDiscovery"] = 1; }},
+    {"TheReplyToConnectIsLost", [](StandIn& service) { service.lostReplies["Connect"] = 1; }},
+    {"TheReplyToStartNotifyIsLost", [](StandIn& service) { service.lostReplies["StartNotify"] = 1; }},
+    {"TheReplyToDisconnectIsLost", [](StandIn& service) { service.lostReplies["Disconnect"] = 1; }},
+    {"AnEarlierRunLeftTheLink", [](StandIn& service) { service.leaveLinks(); }},
+    {"Socket", [](StandIn& service) { service.habits.keepsEarlyValuesOnSocket = true; },
+     BlueZNotifyPath::socket},
+    {"TheSocketIsAcquiredBySomebodyElse",
+     [](StandIn& service) {
+         service.refusals["AcquireNotify"] = {{"org.bluez.Error.NotPermitted", "Notify acquired"}};
+     },
+     BlueZNotifyPath::socket},
+    {"SomebodyElseHasSubscribed",
+     [](StandIn& service) { service.refusals["AcquireNotify"] = {inProgress()}; }, BlueZNotifyPath::socket},
+};
+
+class BlueZTrouble : public testing::TestWithParam<Trouble> {};
+
+TEST_P(BlueZTrouble, EndsInAReadingEachTime) {
+    Ward ward({.notifyPath = GetParam().notifyPath});
+    GetParam().make(ward.air.service);
+    EXPECT_EQ(ward.measure(), "unknown " + std::string(reading));
+    EXPECT_EQ(ward.leftovers(), "");
+    GetParam().make(ward.air.service);
+    EXPECT_EQ(ward.measure(), reading);
+    EXPECT_EQ(ward.leftovers(), "");
+    EXPECT_EQ(ward.air.service.connectsWhileDiscovering, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, BlueZTrouble, testing::ValuesIn(troubles),
+                         [](const auto& trouble) { return std::string(trouble.param.name); });
+
+// What ends a link, at which step.
+
+using Blow = void (*)(Ward& ward);
+
+struct NamedBlow {
+    const char* name;
+    Blow strike;
+};
+
+const NamedBlow blows[] = {
+    {"TheDeviceEndsTheLink", [](Ward& ward) { ward.thermometer->host->disconnect(); }},
+    {"TheDeviceIsRemoved", [](Ward& ward) { ward.air.service.forget(*ward.thermometer); }},
+    {"TheAdapterGoesOff",
+     [](Ward& ward) {
+         ward.air.service.setPowered(false);
+         ward.air.service.setPowered(true);
+     }},
+    {"TheAdapterIsUnplugged",
+     [](Ward& ward) {
+         ward.air.service.removeAdapter();
+         ward.air.service.addAdapter();
+     }},
+    {"TheServiceIsKilled",
+     [](Ward& ward) {
+         ward.air.loop.post([&ward] {
+             ward.air.service.vanish();
+             ward.air.service.comeBack();
+         });
+     }},
+};
+
+class BlueZBlow : public testing::TestWithParam<NamedBlow> {};
+
+TEST_P(BlueZBlow, AtEachStepIsRecoveredFrom) {
+    constexpr std::array<std::function<void()> Thermometer::*, 2> steps{&Thermometer::whenConnected,
+                                                                        &Thermometer::whenSubscribed};
+    for (const auto step : steps) {
+        Ward ward;
+        auto& hook = (*ward.thermometer).*step;
+        hook = [&] {
+            const auto keep = std::exchange(hook, nullptr);
+            GetParam().strike(ward);
+        };
+        ward.reader.driver->startScan();
+        ASSERT_TRUE(ward.waitFor("disconnect")) << ward.reader.news();
+        ward.air.runFor(20s);
+        ward.reader.news();
+        EXPECT_EQ(ward.measure().find("poweredOn"), 0u);
+        EXPECT_TRUE(ward.reader.driver->getResult().has_value());
+        EXPECT_EQ(ward.leftovers(), "");
+        EXPECT_EQ(ward.air.platform.radio().tree().size(), ward.air.service.objects().size());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, BlueZBlow, testing::ValuesIn(blows),
+                         [](const auto& blow) { return std::string(blow.param.name); });
+
+// Several who want something.
+
+TEST(BlueZSharing, TwoDriversShareOneLinkUntilTheLastLetsGo) {
+    Ward ward;
+    Reader other(ward.air.platform);
+    ward.reader.driver->startScan();
+    other.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("36.6"));
+    ASSERT_TRUE(ward.waitFor(other, "36.6"));
+    EXPECT_EQ(ward.air.service.links(), 1u);
+    EXPECT_EQ(ward.thermometer->subscriptions, 1);
+    ward.reader.driver->disconnect();
+    ASSERT_TRUE(ward.waitFor("disconnect"));
+    ward.air.runFor(5s);
+    EXPECT_EQ(ward.air.service.links(), 1u);
+    other.news();
+    ward.reader.news();
+    ward.thermometer->send();
+    ward.air.runFor(1s);
+    EXPECT_EQ(other.news(), "36.6");
+    EXPECT_EQ(ward.reader.news(), "");
+    other.driver.reset();
+    ward.air.runFor(5s);
+    EXPECT_EQ(ward.leftovers(), "");
+}
+
+TEST(BlueZSharing, DiscoveryGoesOnForOthersAfterItPausedForALink) {
+    Ward ward;
+    Reader other(ward.air.platform);
+    ward.reader.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("36.6"));
+    other.driver->startScan();
+    ward.air.runFor(60s);
+    EXPECT_EQ(other.news(), "unknown poweredOn") << "the device is linked and does not advertise";
+    const auto second = std::make_shared<Thermometer>();
+    ward.air.service.add(second);
+    EXPECT_TRUE(ward.waitFor(other, "36.6"));
+    EXPECT_EQ(ward.air.service.links(), 2u);
+    EXPECT_EQ(ward.air.service.connectsWhileDiscovering, 0);
+}
+
+TEST(BlueZSharing, AnAttemptAtAnAbsentDeviceLeavesOthersTheAir) {
+    Ward ward;
+    ward.air.service.habits.connectTime = 40s;
+    ward.thermometer->whenConnected = [&] { ward.thermometer->host->disconnect(); };
+    ward.reader.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("disconnect"));
+    Reader other(ward.air.platform);
+    ward.reader.driver->startScan();
+    ward.air.service.remove(*ward.thermometer);
+    const auto second = std::make_shared<Thermometer>();
+    ward.air.service.add(second);
+    other.driver->startScan();
+    EXPECT_TRUE(ward.waitFor(other, "36.6"));
+}
+
+// Strangers on the bus.
+
+TEST(BlueZStranger, IsNotTakenForTheService) {
+    Ward ward;
+    ward.reader.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("36.6"));
+    ward.reader.news();
+
+    int error = 0;
+    const auto stranger = Bus::open(privateBus().address(), error);
+    ward.air.loop.attach(stranger);
+    const std::string device = ward.air.service.pathOf(*ward.thermometer);
+    const auto say = [&](const std::string& path, const char* interface, const char* member,
+                         const char* types, auto... arguments) {
+        sd_bus_message* signal = nullptr;
+        ASSERT_GE(sd_bus_message_new_signal(stranger->handle(), &signal, path.c_str(), interface, member), 0);
+        const Message kept(signal);
+        ASSERT_GE(sd_bus_message_append(signal, types, arguments...), 0);
+        ASSERT_GE(sd_bus_message_set_destination(signal, ward.air.platform.radio().busName().c_str()), 0);
+        ASSERT_GE(sd_bus_send(stranger->handle(), signal, nullptr), 0);
+    };
+    const char* properties = "org.freedesktop.DBus.Properties";
+    say(device, properties, "PropertiesChanged", "sa{sv}as", "org.bluez.Device1", 1, "Connected", "b", 0, 0);
+    say("/org/bluez/hci0", properties, "PropertiesChanged", "sa{sv}as", "org.bluez.Adapter1", 1, "Powered",
+        "b", 0, 0);
+    say(device + "/service0001/char0002", properties, "PropertiesChanged", "sa{sv}as",
+        "org.bluez.GattCharacteristic1", 1, "Value", "ay", 1, 0, 0);
+    say("/", "org.freedesktop.DBus.ObjectManager", "InterfacesRemoved", "oas", device.c_str(), 1,
+        "org.bluez.Device1");
+    say("/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged", "sss", "org.bluez", ":1.1", "");
+    ward.air.runFor(1s);
+    EXPECT_EQ(ward.reader.news(), "");
+    ward.air.loop.detach(*stranger);
+}
+
+// Costs.
+
+TEST(BlueZCost, AReadingTakesNoMoreThanSevenCalls) {
+    Ward ward;
+    ward.reader.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("36.6"));
+    int calls = 0;
+    for (const auto& [method, count] : ward.air.service.calls) calls += count;
+    EXPECT_LE(calls, 6);
+}
+
+TEST(BlueZCost, NothingWakesAnIdleProcess) {
+    Ward ward;
+    ward.reader.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("36.6"));
+    ward.air.runFor(60s);
+    EXPECT_EQ(ward.air.loop.timeout(), std::nullopt);
+}
+
+TEST(BlueZIdentifier, IsAVersion5UuidOfAddressAndType) {
+    EXPECT_EQ(deviceIdentifier("00:AA:01:01:00:01", "public").uuidString(),
+              "B43F8E51-CCFD-5DCC-A41D-A3A6252190C4");
+    EXPECT_EQ(deviceIdentifier("F0:AA:01:01:00:01", "random").uuidString(),
+              "FCA68435-CE82-55FB-8937-44FAFB9B93C7");
+}
+
+}  // namespace
+}  // namespace corvane::bluez

@@ -1,0 +1,187 @@
+#include "doctor_command.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "corvane/platform/bluez/bus.h"
+#include "corvane/platform/bluez/object_tree.h"
+#include "data_output.h"
+
+namespace corvane::tool {
+namespace {
+
+using namespace std::chrono_literals;
+using bluez::AdapterNode;
+
+constexpr auto patience = 10s;
+
+/// What was found wrong, and what helps.
+struct Finding {
+    std::string complaint;
+    std::string remedy;
+};
+using Diagnosis = std::optional<Finding>;  ///< Nothing where all is well.
+
+struct NoObserver final : bluez::ObjectTree::Observer {
+    void adaptersChanged() override {}
+    void deviceAppeared(bluez::DeviceNode&) override {}
+    void deviceChanged(bluez::DeviceNode&, const bluez::ObjectTree::DeviceChange&) override {}
+    void deviceVanished(const bluez::DeviceNode&) override {}
+    void valueChanged(std::string_view, Bytes) override {}
+    void notifyingChanged(std::string_view, bool) override {}
+};
+
+std::string firstLine(const std::filesystem::path& file) {
+    std::string line;
+    std::ifstream(file) >> line;
+    return line;
+}
+
+class Examination {
+public:
+    explicit Examination(const DoctorOptions& options) : options_(options) {}
+
+    /// Each rests on those before it.
+    ExitStatus run(DataOutput& out) {
+        struct Check {
+            const char* name;
+            Diagnosis (Examination::*examine)();
+        };
+        constexpr Check checks[] = {
+            {"system bus", &Examination::systemBus},     {"service org.bluez", &Examination::service},
+            {"permission", &Examination::permission},    {"adapter", &Examination::adapter},
+            {"radio switch", &Examination::radioSwitch}, {"power", &Examination::power},
+        };
+        for (const Check& check : checks) {
+            const Diagnosis diagnosis = (this->*check.examine)();
+            if (!diagnosis) {
+                out.line("ok       " + std::string(check.name));
+                continue;
+            }
+            out.line("missing  " + std::string(check.name) + ": " + printable(diagnosis->complaint));
+            out.line("         " + diagnosis->remedy);
+            return ExitStatus::noRadio;
+        }
+        return ExitStatus::done;
+    }
+
+private:
+    Diagnosis systemBus() {
+        int error = 0;
+        bus_ = bluez::Bus::open({}, error);
+        if (bus_ &&
+            ask("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId", nullptr))
+            return {};
+        return Finding{bus_ ? error_ : std::strerror(-error),
+                       "Install and start D-Bus: apt-get install dbus; systemctl start dbus. In a container, "
+                       "share the host's system bus socket."};
+    }
+
+    Diagnosis service() {
+        sd_bus_message* reply = nullptr;
+        int owned = 0;
+        if (ask("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
+                &reply, "org.bluez"))
+            sd_bus_message_read_basic(reply, 'b', &owned);
+        sd_bus_message_unref(reply);
+        if (owned) return {};
+        return Finding{
+            "nobody has this name on the bus",
+            "Install and start bluetoothd: apt-get install bluez; systemctl enable --now bluetooth."};
+    }
+
+    Diagnosis permission() {
+        sd_bus_message* reply = nullptr;
+        const bool answered =
+            ask("org.bluez", "/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", &reply);
+        if (answered) tree_.load(reply);
+        sd_bus_message_unref(reply);
+        if (answered) return {};
+        return Finding{error_, "Run this in a local login session, or join the group of the bus policy: "
+                               "adduser YOU bluetooth, and log in again."};
+    }
+
+    Diagnosis adapter() {
+        if (chosen()) return {};
+        if (!tree_.adapters().empty())
+            return Finding{"there is no " + options_.adapter + ", but " + adapterNames(),
+                           "Name one of these with --adapter."};
+        return Finding{"the service knows of none",
+                       "Plug one in, or look into the kernel's messages for a driver or firmware that is "
+                       "missing: dmesg | grep -i bluetooth. A virtual machine needs one passed through."};
+    }
+
+    Diagnosis radioSwitch() {
+        std::error_code ignored;
+        for (const auto& entry : std::filesystem::directory_iterator("/sys/class/rfkill", ignored)) {
+            const auto& folder = entry.path();
+            if (firstLine(folder / "type") != "bluetooth" || firstLine(folder / "name") != chosen()->name())
+                continue;
+            if (firstLine(folder / "hard") == "1")
+                return Finding{"blocked by a switch or key of this machine", "Turn that switch."};
+            if (firstLine(folder / "soft") == "1")
+                return Finding{"blocked by software", "Unblock it: rfkill unblock bluetooth."};
+        }
+        return {};
+    }
+
+    Diagnosis power() {
+        if (chosen()->powered) return {};
+        return Finding{std::string(chosen()->name()) + " is off",
+                       "Turn it on: bluetoothctl power on. To have it on after each start, set "
+                       "AutoEnable=true in /etc/bluetooth/main.conf."};
+    }
+
+    /// Blocks; keeps what went wrong.
+    bool ask(const char* service, const char* path, const char* interface, const char* method,
+             sd_bus_message** reply, const char* argument = nullptr) {
+        bluez::Message call = bus_->newCall(service, path, interface, method);
+        if (argument) call.append("s", argument);
+        sd_bus_error error = SD_BUS_ERROR_NULL;
+        const auto limit = std::chrono::microseconds(patience).count();
+        const int result =
+            sd_bus_call(bus_->handle(), call.get(), static_cast<std::uint64_t>(limit), &error, reply);
+        if (result < 0) error_ = error.message ? error.message : std::strerror(-result);
+        sd_bus_error_free(&error);
+        return result >= 0;
+    }
+
+    /// The one asked for, or else one that is on, or any.
+    const AdapterNode* chosen() const {
+        const AdapterNode* best = nullptr;
+        for (const auto& [path, adapter] : tree_.adapters()) {
+            if (!options_.adapter.empty() && adapter.name() != options_.adapter) continue;
+            if (!best || adapter.powered > best->powered) best = &adapter;
+        }
+        return best;
+    }
+
+    std::string adapterNames() const {
+        std::string names;
+        for (const auto& [path, adapter] : tree_.adapters())
+            names += (names.empty() ? "" : ", ") + std::string(adapter.name());
+        return names;
+    }
+
+    const DoctorOptions& options_;
+    std::shared_ptr<bluez::Bus> bus_;
+    NoObserver nobody_;
+    bluez::ObjectTree tree_{nobody_};
+    std::string error_;
+};
+
+}  // namespace
+
+ExitStatus examineBluetooth(const DoctorOptions& options) {
+    DataOutput out;
+    const ExitStatus status = Examination(options).run(out);
+    out.close();
+    return status;
+}
+
+}  // namespace corvane::tool
