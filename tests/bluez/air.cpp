@@ -11,6 +11,7 @@ namespace {
 
 BlueZOptions onPrivateBus(BlueZOptions options) {
     if (options.busAddress.empty()) options.busAddress = privateBus().address();
+    if (!options.diagnostics) options.diagnostics = [](std::string_view) {};
     return options;
 }
 
@@ -77,7 +78,7 @@ void Air::ask(const char* interface, const char* member, const std::function<voi
     bool done = false;
     const Message question =
         witness_->newCall("org.freedesktop.DBus", "/org/freedesktop/DBus", interface, member);
-    const Slot call = witness_->call(question, std::chrono::minutes(1), [&](const Reply& reply) {
+    const Slot call = witness_->call(question, [&](const Reply& reply) {
         answered(reply);
         done = true;
     });

@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 
 class Mischief {
 public:
-    Mischief(Ward& ward, unsigned seed) : ward_(ward), random_(seed) {}
+    Mischief(Ward& ward, unsigned seed) : ward_(ward), usual_(ward.air.service.habits), random_(seed) {}
 
     /// What goes wrong in the next measurement.
     void plan() {
@@ -37,7 +37,7 @@ public:
         StandIn& service = ward_.air.service;
         service.refusals.clear();
         service.lostReplies.clear();
-        service.habits = {};
+        service.habits = usual_;
         ward_.thermometer->whenConnected = ward_.thermometer->whenSubscribed = nullptr;
     }
 
@@ -67,6 +67,7 @@ private:
     }
 
     Ward& ward_;
+    const StandInHabits usual_;
     std::minstd_rand random_;
 };
 
@@ -78,8 +79,10 @@ class BlueZRounds : public testing::TestWithParam<BlueZNotifyPath> {};
 
 TEST_P(BlueZRounds, EachEndsInTheRightStateAndLeavesNothing) {
     Ward ward({.notifyPath = GetParam()});
+    // The value that this thermometer sends at once is lost on a socket, by some versions of the service.
+    ward.air.service.habits.keepsEarlyValuesOnSocket = true;
     Mischief mischief(ward, 1);
-    ward.measure();
+    ASSERT_EQ(ward.measure(), "unknown poweredOn connect loading 36.6 disconnect");
     const auto descriptors = openDescriptors();
     const auto rules = ward.air.matchRules();
     int readings = 0;

@@ -315,7 +315,7 @@ TEST(BlueZStranger, IsNotTakenForTheService) {
 
 // Costs.
 
-TEST(BlueZCost, AReadingTakesNoMoreThanSevenCalls) {
+TEST(BlueZCost, AReadingTakesNoMoreThanSixCalls) {
     Ward ward;
     ward.reader.driver->startScan();
     ASSERT_TRUE(ward.waitFor("36.6"));

@@ -10,6 +10,7 @@
 
 #include "corvane/platform/bluez/bus.h"
 #include "corvane/platform/bluez/object_tree.h"
+#include "corvane/platform/platform.h"
 #include "data_output.h"
 
 namespace corvane::tool {
@@ -36,11 +37,23 @@ struct NoObserver final : bluez::ObjectTree::Observer {
     void notifyingChanged(std::string_view, bool) override {}
 };
 
-std::string firstLine(const std::filesystem::path& file) {
-    std::string line;
-    std::ifstream(file) >> line;
-    return line;
+std::string firstWord(const std::filesystem::path& file) {
+    std::string word;
+    std::ifstream(file) >> word;
+    return word;
 }
+
+/// Nothing where there is no such folder.
+std::vector<std::filesystem::path> entriesOf(const char* folder) {
+    std::vector<std::filesystem::path> entries;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
+        entries.push_back(entry.path());
+    return entries;
+}
+
+/// Others than the adapters have switches too: "tpacpi_bluetooth_sw".
+bool isAdapterName(std::string_view name) { return name.starts_with("hci"); }
 
 class Examination {
 public:
@@ -53,9 +66,9 @@ public:
             Diagnosis (Examination::*examine)();
         };
         constexpr Check checks[] = {
-            {"system bus", &Examination::systemBus},     {"service org.bluez", &Examination::service},
-            {"permission", &Examination::permission},    {"adapter", &Examination::adapter},
-            {"radio switch", &Examination::radioSwitch}, {"power", &Examination::power},
+            {"system bus", &Examination::systemBus},  {"service org.bluez", &Examination::service},
+            {"permission", &Examination::permission}, {"radio switch", &Examination::radioSwitch},
+            {"adapter", &Examination::adapter},       {"power", &Examination::power},
         };
         for (const Check& check : checks) {
             const Diagnosis diagnosis = (this->*check.examine)();
@@ -106,28 +119,34 @@ private:
                                "adduser YOU bluetooth, and log in again."};
     }
 
+    /// Some machines take a blocked adapter off the bus of its computer, so this comes before the adapter.
+    Diagnosis radioSwitch() {
+        for (const auto& folder : entriesOf("/sys/class/rfkill")) {
+            if (firstWord(folder / "type") != "bluetooth") continue;
+            const std::string name = firstWord(folder / "name");
+            if (const AdapterNode* adapter = chosen();
+                adapter && isAdapterName(name) && name != adapter->name())
+                continue;
+            if (firstWord(folder / "hard") == "1")
+                return Finding{name + " is blocked by a switch or key of this machine", "Turn that switch."};
+            if (firstWord(folder / "soft") == "1")
+                return Finding{name + " is blocked by software", "Unblock it: rfkill unblock bluetooth."};
+        }
+        return {};
+    }
+
     Diagnosis adapter() {
         if (chosen()) return {};
         if (!tree_.adapters().empty())
             return Finding{"there is no " + options_.adapter + ", but " + adapterNames(),
                            "Name one of these with --adapter."};
-        return Finding{"the service knows of none",
+        if (!entriesOf("/sys/class/bluetooth").empty())
+            return Finding{"the kernel has one that the service does not show",
+                           "Restart the service and look into its log: systemctl restart bluetooth; "
+                           "journalctl -u bluetooth."};
+        return Finding{"neither the service nor the kernel knows of one",
                        "Plug one in, or look into the kernel's messages for a driver or firmware that is "
                        "missing: dmesg | grep -i bluetooth. A virtual machine needs one passed through."};
-    }
-
-    Diagnosis radioSwitch() {
-        std::error_code ignored;
-        for (const auto& entry : std::filesystem::directory_iterator("/sys/class/rfkill", ignored)) {
-            const auto& folder = entry.path();
-            if (firstLine(folder / "type") != "bluetooth" || firstLine(folder / "name") != chosen()->name())
-                continue;
-            if (firstLine(folder / "hard") == "1")
-                return Finding{"blocked by a switch or key of this machine", "Turn that switch."};
-            if (firstLine(folder / "soft") == "1")
-                return Finding{"blocked by software", "Unblock it: rfkill unblock bluetooth."};
-        }
-        return {};
     }
 
     Diagnosis power() {

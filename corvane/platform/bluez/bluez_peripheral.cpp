@@ -157,7 +157,7 @@ private:
     std::map<std::uint64_t, std::unique_ptr<Timer>> tasks_;
     std::uint64_t tasksMade_ = 0;
     BlueZService service_;
-    Slot pending_;  // the one call whose reply is the next step
+    Call pending_;  // the one call whose reply is the next step
 };
 
 // The objects that BlueZ sees.

@@ -22,6 +22,13 @@ bool isNobodyThere(const Reply& reply) {
            reply.is("org.freedesktop.DBus.Error.NameHasNoOwner");
 }
 
+Message noReply(const Message& call) {
+    const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(SD_BUS_ERROR_NO_REPLY, "No answer from the service.");
+    sd_bus_message* message = nullptr;
+    sd_bus_message_new_method_error(call.get(), &message, &error);
+    return Message(message);
+}
+
 }  // namespace
 
 BlueZService::BlueZService(std::string busAddress, EventLoop& loop, ObjectTree::Observer& observer,
@@ -99,8 +106,7 @@ bool BlueZService::fromService(sd_bus_message* message) const {
 void BlueZService::requestObjects() {
     const Message message =
         bus_->newCall(serviceName, "/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");
-    objectsCall_ =
-        bus_->call(message, std::chrono::seconds(25), [this](const Reply& reply) { objectsArrived(reply); });
+    objectsCall_ = call(message, [this](const Reply& reply) { objectsArrived(reply); });
 }
 
 void BlueZService::objectsArrived(const Reply& reply) {
@@ -146,9 +152,22 @@ Message BlueZService::newCall(std::string_view path, const char* interface, cons
     return bus_->newCall(owner_, std::string(path), interface, member);
 }
 
-Slot BlueZService::call(const Message& message, Bus::ReplyHandler handler,
-                        std::chrono::microseconds timeout) {
-    return message.get() ? bus_->call(message, timeout, std::move(handler)) : nullptr;
+Call BlueZService::call(const Message& message, Bus::ReplyHandler handler, std::chrono::nanoseconds timeout) {
+    if (!message.get()) return nullptr;
+    auto pending = std::make_unique<PendingCall>();
+    // Whichever of the two comes, the other one is withdrawn; the handler outlives both.
+    const auto kept = std::make_shared<Bus::ReplyHandler>(std::move(handler));
+    pending->slot = bus_->call(message, [kept, call = pending.get()](const Reply& reply) {
+        call->limit.reset();
+        (*std::shared_ptr(kept))(reply);
+    });
+    if (!pending->slot) return nullptr;
+    pending->limit = loop_.after(timeout, [kept, message, call = pending.get()] {
+        call->slot.reset();
+        const Message error = noReply(message);
+        (*std::shared_ptr(kept))(Reply(error.get()));
+    });
+    return pending;
 }
 
 void BlueZService::send(const Message& message) {

@@ -12,6 +12,13 @@
 
 namespace corvane::bluez {
 
+/// A call that waits for its reply. Letting go of it withdraws it, also from inside its own handler.
+struct PendingCall {
+    Slot slot;
+    std::unique_ptr<Timer> limit;
+};
+using Call = std::unique_ptr<PendingCall>;
+
 class BlueZService {
 public:
     enum class Presence {
@@ -43,8 +50,10 @@ public:
 
     /// A call to the very process that was found to be the service. Null when it is not present.
     Message newCall(std::string_view path, const char* interface, const char* member);
-    [[nodiscard]] Slot call(const Message& message, Bus::ReplyHandler handler,
-                            std::chrono::microseconds timeout = std::chrono::seconds(25));
+    /// Sends; the handler is called once: with the reply, or with an error `NoReply` after `timeout` without
+    /// one. Null when nothing could be sent.
+    [[nodiscard]] Call call(const Message& message, Bus::ReplyHandler handler,
+                            std::chrono::nanoseconds timeout = std::chrono::seconds(25));
     void send(const Message& message);
 
 private:
@@ -66,7 +75,7 @@ private:
     std::shared_ptr<Bus> bus_;
     std::string owner_;  // The service's unique name.
     Slot ownerMatch_, objectsMatch_, propertiesMatch_;
-    Slot objectsCall_;
+    Call objectsCall_;
     std::unique_ptr<Timer> retry_;
     std::chrono::seconds reconnectDelay_{1};
 };

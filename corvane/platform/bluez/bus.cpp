@@ -104,11 +104,10 @@ Message Bus::newCall(const std::string& destination, const std::string& path, co
     return Message(message);
 }
 
-Slot Bus::call(const Message& message, std::chrono::microseconds timeout, ReplyHandler handler) {
+Slot Bus::call(const Message& message, ReplyHandler handler) {
     sd_bus_slot* slot = nullptr;
     auto* kept = new ReplyHandler(std::move(handler));
-    const auto limit = static_cast<std::uint64_t>(timeout.count());
-    if (sd_bus_call_async(bus_, &slot, message.get(), onReply, kept, limit) < 0) {
+    if (sd_bus_call_async(bus_, &slot, message.get(), onReply, kept, UINT64_MAX) < 0) {
         delete kept;
         return nullptr;
     }

@@ -78,8 +78,9 @@ public:
 
     Message newCall(const std::string& destination, const std::string& path, const char* interface,
                     const char* member);
-    /// Sends; the handler is called once, unless the slot is released before.
-    [[nodiscard]] Slot call(const Message& message, std::chrono::microseconds timeout, ReplyHandler handler);
+    /// Sends; the handler is called with the reply, however late it comes, unless the slot is released
+    /// before.
+    [[nodiscard]] Slot call(const Message& message, ReplyHandler handler);
     /// Sends, and wants no reply.
     void send(const Message& message);
     /// Asks the bus for what matches, and hands it over. A rule that names a sender by its well-known name

@@ -6,8 +6,10 @@ namespace corvane::bluez {
 namespace {
 
 constexpr const char* adapterInterface = "org.bluez.Adapter1";
-// So often "in progress", and a discovery of ours must be on whose start was never answered.
+// So often "in progress", and a discovery of ours must be on whose start was never answered, or none is.
 constexpr unsigned mostInProgress = 8;
+
+bool isInProgress(const Reply& reply) { return reply.is("org.bluez.Error.InProgress"); }
 
 bool isRefusal(const Reply& reply) {
     return reply.is("org.freedesktop.DBus.Error.AccessDenied") || reply.is("org.bluez.Error.NotAuthorized");
@@ -45,7 +47,7 @@ void Discovery::useAdapter(std::string path) {
 void Discovery::reconcile() {
     if (adapter_.empty()) return;
     const bool desired = wanted_ && !isPaused();
-    if (state_ == State::on && !desired) return stop();
+    if (state_ == State::on && !desired && !retry_) return stop();
     if (state_ != State::off) return;
     if (!desired) {
         retry_.reset();
@@ -76,8 +78,7 @@ void Discovery::start() {
 }
 
 void Discovery::started(const Reply& reply) {
-    const bool inProgress = reply.is("org.bluez.Error.InProgress");
-    if (!reply.failed() || (inProgress && failures_ >= mostInProgress)) return begun();
+    if (!reply.failed() || (isInProgress(reply) && failures_ >= mostInProgress)) return begun();
     observer_.diagnose("StartDiscovery", reply);
     state_ = State::off;
     if (isRefusal(reply)) return observer_.discoveryRefused();
@@ -101,17 +102,24 @@ void Discovery::retryLater() {
 
 void Discovery::stop() {
     state_ = State::stopping;
-    const auto stopped = [this](const Reply& reply) {
-        // Whatever the answer, or if there is none: the next start will tell.
-        if (reply.failed()) observer_.diagnose("StopDiscovery", reply);
-        ended();
-    };
-    call_ = service_.call(service_.newCall(adapter_, adapterInterface, "StopDiscovery"), stopped,
-                          std::chrono::seconds(5));
+    call_ = service_.call(
+        service_.newCall(adapter_, adapterInterface, "StopDiscovery"),
+        [this](const Reply& reply) { stopped(reply); }, std::chrono::seconds(5));
+}
+
+void Discovery::stopped(const Reply& reply) {
+    if (reply.failed()) observer_.diagnose("StopDiscovery", reply);
+    const bool mayGoOn = isInProgress(reply) || reply.is("org.freedesktop.DBus.Error.NoReply");
+    // With any other answer it is off.
+    if (!mayGoOn || failures_ >= mostInProgress) return ended();
+    call_.reset();
+    state_ = State::on;
+    retryLater();
 }
 
 void Discovery::ended() {
     call_.reset();
+    failures_ = 0;
     state_ = State::off;
     observer_.discoveryEnded();
     reconcile();

@@ -49,6 +49,7 @@ private:
     void start();
     void started(const Reply& reply);
     void stop();
+    void stopped(const Reply& reply);
     void begun();
     void ended();
     void retryLater();
@@ -61,8 +62,8 @@ private:
     bool wanted_ = false;
     std::weak_ptr<void> pause_;
     bool filterIsSet_ = false;
-    Slot filterCall_;
-    Slot call_;
+    Call filterCall_;
+    Call call_;
     unsigned failures_ = 0;
     std::unique_ptr<Timer> retry_;
 };

@@ -24,6 +24,11 @@ bool isListener(const std::weak_ptr<ValueListener>& entry, const ValueListener& 
 
 }  // namespace
 
+const char* GattSession::methodOf(const Operation& operation) {
+    constexpr const char* methods[] = {"AcquireNotify", "StartNotify", "StopNotify", "WriteValue"};
+    return methods[static_cast<std::size_t>(operation.kind)];
+}
+
 GattSession::GattSession(BlueZService& service, EventLoop& loop, BlueZNotifyPath notifyPath,
                          Diagnose diagnose)
     : service_(service), loop_(loop), notifyPath_(notifyPath), diagnose_(std::move(diagnose)) {}
@@ -81,14 +86,13 @@ void GattSession::performNext() {
 
 void GattSession::perform(const Operation& operation) {
     using Kind = Operation::Kind;
-    constexpr const char* methods[] = {"AcquireNotify", "StartNotify", "StopNotify", "WriteValue"};
     const bool starts = operation.kind == Kind::acquireNotify || operation.kind == Kind::startNotify;
     if (starts && !subscriptionOf(operation.characteristic)) return;
     if (operation.kind == Kind::startNotify) started_.insert(operation.characteristic);
     if (operation.kind == Kind::stopNotify && !started_.erase(operation.characteristic)) return;
 
-    Message message = service_.newCall(operation.characteristic, characteristicInterface,
-                                       methods[static_cast<std::size_t>(operation.kind)]);
+    Message message =
+        service_.newCall(operation.characteristic, characteristicInterface, methodOf(operation));
     if (operation.kind == Kind::acquireNotify) message.appendOptions();
     if (operation.kind == Kind::write) {
         const bool response = operation.type == CBCharacteristicWriteType::withResponse;
@@ -107,7 +111,7 @@ void GattSession::answered(const Reply& reply) {
         if (operation.kind == Kind::acquireNotify) socketArrived(reply);
         return done();
     }
-    diagnose_(sd_bus_message_get_member(reply.message()), reply);
+    diagnose_(methodOf(operation), reply);
     if (operation.kind == Kind::acquireNotify) {
         // Somebody else may be subscribed already, or the device indicates: signals serve both.
         operation.kind = Kind::startNotify;

@@ -65,6 +65,7 @@ private:
         unsigned refusals = 0;
     };
 
+    static const char* methodOf(const Operation& operation);
     void enqueue(Operation operation);
     void performNext();
     void perform(const Operation& operation);
@@ -86,7 +87,7 @@ private:
     // Notify sessions that BlueZ keeps for this process, with or without a link.
     std::set<std::string, std::less<>> started_;
     std::deque<Operation> operations_;
-    Slot call_;
+    Call call_;
     std::unique_ptr<Timer> retry_;
     bool ended_ = false;
 };

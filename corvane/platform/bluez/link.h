@@ -86,7 +86,7 @@ private:
     Listeners leaving_;    // Who had it, and is to be told when it is gone.
     std::shared_ptr<GattSession> session_;
     Discovery::Pause pause_;
-    Slot call_;
+    Call call_;
     std::unique_ptr<Timer> timer_;
     unsigned failures_ = 0;
     bool wasConnected_ = false;  // In this attempt, or when closing began.
