@@ -93,6 +93,8 @@ TEST_P(BlueZRounds, EachEndsInTheRightStateAndLeavesNothing) {
         ward.air.runUntil([&] { return ward.reader.hasHeard("36.6") || ward.reader.hasHeard("disconnect"); });
         if (ward.reader.hasHeard("36.6")) ++readings;
         mischief.stop();
+        // A driver scans by itself when the radio comes back.
+        ward.air.runFor(20s);
         ward.reader.driver->disconnect();
         ward.reader.driver->stopScan();
         ward.air.runFor(60s);
