@@ -23,7 +23,7 @@ bool isNobodyThere(const Reply& reply) {
 }
 
 Message noReply(const Message& call) {
-    const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(SD_BUS_ERROR_NO_REPLY, "No answer from the service.");
+    const sd_bus_error error{SD_BUS_ERROR_NO_REPLY, "No answer from the service.", 0};
     sd_bus_message* message = nullptr;
     sd_bus_message_new_method_error(call.get(), &message, &error);
     return Message(message);
