@@ -21,11 +21,30 @@ constexpr const char* paths[] = {"/",
                                  "/org/bluez/hci1"};
 constexpr const char* interfaces[] = {"org.bluez.Adapter1", "org.bluez.Device1", "org.bluez.GattService1",
                                       "org.bluez.GattCharacteristic1", "org.bluez.Battery1"};
-constexpr const char* properties[] = {"Powered", "Discovering", "Address",          "AddressType", "Name",
-                                      "Alias",   "RSSI",        "Connected",        "UUID",        "Primary",
-                                      "Value",   "Notifying",   "ServicesResolved", "Unknown"};
-constexpr const char* texts[] = {"00:AA:01:01:00:01", "public", "random",
-                                 "0000ffe1-0000-1000-8000-00805f9b34fb", "ffe1"};
+
+enum class Kind { flag, number, address, addressType, uuid, text, bytes, structure, variant };
+constexpr int kinds = 9;
+
+struct Property {
+    const char* name;
+    Kind kind;
+};
+constexpr Property properties[] = {{"Powered", Kind::flag},
+                                   {"Discovering", Kind::flag},
+                                   {"Address", Kind::address},
+                                   {"AddressType", Kind::addressType},
+                                   {"Name", Kind::text},
+                                   {"Alias", Kind::text},
+                                   {"RSSI", Kind::number},
+                                   {"Connected", Kind::flag},
+                                   {"ServicesResolved", Kind::flag},
+                                   {"UUID", Kind::uuid},
+                                   {"Primary", Kind::flag},
+                                   {"Value", Kind::bytes},
+                                   {"Notifying", Kind::flag},
+                                   {"Unknown", Kind::structure}};
+constexpr const char* addressTypes[] = {"public", "random", "other"};
+constexpr const char* uuids[] = {"0000ffe1-0000-1000-8000-00805f9b34fb", "ffe1", "none"};
 
 // Looks at everything that it is told of, as the back end does.
 class Witness final : public ObjectTree::Observer {
@@ -71,14 +90,14 @@ public:
     }
 
 private:
-    template <std::size_t size>
-    const char* pick(const char* const (&from)[size]) {
+    template <class Choice, std::size_t size>
+    const Choice& pick(const Choice (&from)[size]) {
         return from[input_.byte() % size];
     }
 
     // Any other type than the documented one now and then, in each place.
     void append(std::string_view types) {
-        if (input_.byte() == 0xFF) return appendVariant();
+        if (input_.byte() == 0xFF) return appendVariant(Kind::text);
         if (types == "sa{sv}as") {
             appendName(pick(interfaces));
             appendProperties();
@@ -117,44 +136,51 @@ private:
         sd_bus_message_open_container(message_, 'a', "{sv}");
         while (more()) {
             sd_bus_message_open_container(message_, 'e', "sv");
-            appendName(pick(properties));
-            appendVariant();
+            const Property& property = pick(properties);
+            appendName(property.name);
+            appendVariant(input_.byte() == 0xFF ? static_cast<Kind>(input_.byte() % kinds) : property.kind);
             sd_bus_message_close_container(message_);
         }
         sd_bus_message_close_container(message_);
     }
     void appendNames() {
         sd_bus_message_open_container(message_, 'a', "s");
-        while (more()) appendName(more() ? pick(properties) : pick(interfaces));
+        while (more()) appendName(more() ? pick(properties).name : pick(interfaces));
         sd_bus_message_close_container(message_);
     }
-    void appendVariant() {
-        switch (input_.byte() % 7) {
-        case 0:
+    void appendVariant(Kind kind) {
+        switch (kind) {
+        case Kind::flag:
             sd_bus_message_append(message_, "v", "b", input_.byte() & 1);
             break;
-        case 1:
+        case Kind::number:
             sd_bus_message_append(message_, "v", "n", input_.byte());
             break;
-        case 2:
-            sd_bus_message_append(message_, "v", "s", pick(texts));
+        case Kind::address:
+            sd_bus_message_append(message_, "v", "s", "00:AA:01:01:00:01");
             break;
-        case 3:
+        case Kind::addressType:
+            sd_bus_message_append(message_, "v", "s", pick(addressTypes));
+            break;
+        case Kind::uuid:
+            sd_bus_message_append(message_, "v", "s", pick(uuids));
+            break;
+        case Kind::text:
             sd_bus_message_append(message_, "v", "s", text().c_str());
             break;
-        case 4:
+        case Kind::bytes:
+            appendBytes();
+            break;
+        case Kind::structure:
             sd_bus_message_append(message_, "v", "(is)", 1, "nested");
             break;
-        case 5:
+        case Kind::variant:
             sd_bus_message_append(message_, "v", "v", "s", "nested");
-            break;
-        default:
-            appendBytes();
         }
     }
     void appendBytes() {
         // Up to a little more than a value can be long.
-        const Bytes bytes = input_.take(input_.byte() * std::size_t{2} + 4);
+        const std::vector<std::uint8_t> bytes(input_.byte() * std::size_t{2} + 4);
         sd_bus_message_open_container(message_, 'v', "ay");
         sd_bus_message_append_array(message_, 'y', bytes.data(), bytes.size());
         sd_bus_message_close_container(message_);
