@@ -1,7 +1,5 @@
 #import <Foundation/Foundation.h>
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
@@ -33,15 +31,6 @@ static objc::Class* asClass(Class cls) { return (__bridge objc::Class*)cls; }
 }
 - (id)copy {
     return [(id<NSCopying>)self copyWithZone:nullptr];
-}
-- (BOOL)isEqual:(id)object {
-    return self == object;
-}
-- (BOOL)isKindOfClass:(Class)wanted {
-    for (const objc::Class* cls = asObject(self)->isa; cls; cls = cls->superclass) {
-        if (cls == asClass(wanted)) return YES;
-    }
-    return NO;
 }
 @end
 
@@ -105,31 +94,10 @@ static bool isHalfPair(std::string_view text, std::size_t at) {
 - (BOOL)isEqualToString:(NSString*)other {
     return self.bytes == other.bytes;
 }
-- (BOOL)isEqual:(id)other {
-    return [other isKindOfClass:[NSString class]] && [self isEqualToString:other];
-}
 - (id)copyWithZone:(void*)zone {
     return self;
 }
 @end
-
-// Understands %@ with strings, which is all that is asked of it.
-void NSLog(NSString* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    std::string line;
-    for (std::string_view rest = format.bytes; !rest.empty();) {
-        if (rest.starts_with("%@")) {
-            line += ((__bridge NSString*)va_arg(arguments, void*)).bytes;
-            rest.remove_prefix(2);
-        } else {
-            line += rest.front();
-            rest.remove_prefix(1);
-        }
-    }
-    va_end(arguments);
-    std::fprintf(stderr, "%s\n", line.c_str());
-}
 
 @implementation NSData {
     std::vector<unsigned char> _bytes;
@@ -146,24 +114,14 @@ void NSLog(NSString* format, ...) {
 - (const void*)bytes {
     return _bytes.data();
 }
-- (id)copyWithZone:(void*)zone {
-    return self;
-}
 - (void)overwriteWith:(const std::vector<unsigned char>&)bytes {
     _bytes = bytes;
 }
 @end
 
-@implementation NSNumber {
-    int _value;
-}
+@implementation NSNumber
 + (instancetype)numberWithInt:(int)value {
-    NSNumber* number = [NSNumber new];
-    number->_value = value;
-    return number;
-}
-- (int)intValue {
-    return _value;
+    return [NSNumber new];
 }
 @end
 
@@ -173,14 +131,6 @@ void NSLog(NSString* format, ...) {
 }
 + (instancetype)array {
     return [self new];
-}
-+ (instancetype)arrayWithObjects:(const id __unsafe_unretained[])objects count:(NSUInteger)count {
-    NSArray* array = [self new];
-    array->_items.assign(objects, objects + count);
-    return array;
-}
-- (NSUInteger)count {
-    return _items.size();
 }
 - (id)copyWithZone:(void*)zone {
     NSArray* array = [NSArray new];
@@ -206,7 +156,7 @@ void NSLog(NSString* format, ...) {
 @end
 
 @implementation NSDictionary {
-    std::vector<std::pair<id, id>> _pairs;
+    std::vector<std::pair<NSString*, id>> _pairs;
 }
 + (instancetype)dictionaryWithObjects:(const id __unsafe_unretained[])objects
                               forKeys:(const id __unsafe_unretained[])keys
@@ -217,7 +167,7 @@ void NSLog(NSString* format, ...) {
 }
 - (id)objectForKeyedSubscript:(id)key {
     for (const auto& [known, value] : _pairs) {
-        if ([known isEqual:key]) return value;
+        if ([known isEqualToString:key]) return value;
     }
     return nil;
 }

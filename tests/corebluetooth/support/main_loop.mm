@@ -142,9 +142,6 @@ NSRunLoopMode const NSRunLoopCommonModes = @"kCFRunLoopCommonModes";
     loop().entries.emplace(loop().now + timer->_interval,
                            standin::mainLoop::Entry{{}, timer, defaultModeOnly});
 }
-- (void)run {  // until nothing is left to wait for
-    while (const auto due = standin::mainLoop::nextDue()) standin::mainLoop::runFor(*due - loop().now);
-}
 @end
 
 @implementation NSTimer

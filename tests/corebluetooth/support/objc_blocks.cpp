@@ -28,9 +28,6 @@ struct Block {
     static constexpr std::int32_t isGlobal = 1 << 28;
 };
 
-// The kinds of what a block captures.
-enum Field { object = 3, block = 7, byReference = 8, kindMask = 15, callerOwns = 128 };
-
 }  // namespace
 
 extern "C" {
@@ -47,24 +44,6 @@ void* _Block_copy(const void* of) {
 }
 
 void* objc_retainBlock(void* of) { return _Block_copy(of); }
-
-void _Block_object_assign(void* to, const void* from, int flags) {
-    auto* value = const_cast<void*>(from);
-    auto** place = static_cast<void**>(to);
-    if (flags & Field::callerOwns) {
-        *place = value;
-    } else if ((flags & Field::kindMask) == Field::byReference) {
-        die("a __block variable", "is not supported");
-    } else if ((flags & Field::kindMask) == Field::block) {
-        *place = _Block_copy(value);
-    } else {
-        *place = objc_retain(static_cast<Object*>(value));
-    }
-}
-
-void _Block_object_dispose(const void* from, int flags) {
-    if (!(flags & Field::callerOwns)) objc_release(static_cast<Object*>(const_cast<void*>(from)));
-}
 
 void standin_disposeBlock(Object* object) {
     auto* block = reinterpret_cast<Block*>(object);

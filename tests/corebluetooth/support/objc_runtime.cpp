@@ -13,7 +13,6 @@ namespace standin::objc {
 struct MethodTable {
     std::unordered_map<Selector, Implementation> own;
     std::unordered_map<Selector, Implementation> found;  // inherited ones included
-    bool laidOut = false;
 };
 
 }  // namespace standin::objc
@@ -54,20 +53,11 @@ void prepare(Class* cls) {
     }
 }
 
-// A class was compiled against the part of its superclass that the interface shows: give it room for the
-// rest.
-void layOut(Class* cls) {
-    if (std::exchange(cls->methods->laidOut, true) || !cls->superclass) return;
-    layOut(cls->superclass);
-    ClassData& data = *cls->data;
-    const std::uint32_t inherited = cls->superclass->data->instanceSize;
-    if (data.instanceStart >= inherited) return;
-    const std::uint32_t shift = (inherited - data.instanceStart + 15) & ~15u;
-    for (std::uint32_t i = 0; data.ivars && i < data.ivars->count; ++i) {
-        if (long* offset = data.ivars->entries()[i].offset) *offset += shift;
+// The superclass's instance variables as the class was compiled to see them.
+void checkLayout(const Class* cls) {
+    if (cls->superclass && cls->data->instanceStart < cls->superclass->data->instanceSize) {
+        die("a superclass has hidden instance variables", cls->data->name);
     }
-    data.instanceStart += shift;
-    data.instanceSize += shift;
 }
 
 // Before any constructor of an ordinary static object.
@@ -77,7 +67,7 @@ __attribute__((constructor(101))) void load() {
         prepare(*c);
         prepare((*c)->isa);
     }
-    for (Class** c = __start_objc_classlist; c < __stop_objc_classlist; ++c) layOut(*c);
+    for (Class** c = __start_objc_classlist; c < __stop_objc_classlist; ++c) checkLayout(*c);
     for (Class* block : {&_NSConcreteStackBlock, &_NSConcreteMallocBlock, &_NSConcreteGlobalBlock}) {
         block->isa = &objectClass;
         block->superclass = &objectClass;
@@ -251,11 +241,9 @@ void objc_autoreleasePoolPop(void* token) {
     }
 }
 
-Object* objc_retainAutorelease(Object* object) { return objc_autorelease(objc_retain(object)); }
 Object* objc_autoreleaseReturnValue(Object* object) { return objc_autorelease(object); }
-Object* objc_retainAutoreleaseReturnValue(Object* object) { return objc_retainAutorelease(object); }
+Object* objc_retainAutoreleaseReturnValue(Object* object) { return objc_autorelease(objc_retain(object)); }
 Object* objc_retainAutoreleasedReturnValue(Object* object) { return objc_retain(object); }
-Object* objc_unsafeClaimAutoreleasedReturnValue(Object* object) { return object; }
 
 void objc_storeStrong(Object** place, Object* object) {
     Object* old = *place;
@@ -263,12 +251,6 @@ void objc_storeStrong(Object** place, Object* object) {
     objc_release(old);
 }
 
-Class* object_getClass(Object* object) { return object ? object->isa : nullptr; }
-Object* objc_opt_self(Object* object) { return object; }
-Class* objc_opt_class(Object* object) {
-    if (!object) return nullptr;
-    return object->isa->data->flags & ClassData::metaclass ? reinterpret_cast<Class*>(object) : object->isa;
-}
 Object* objc_alloc(Class* cls) {
     static const Selector alloc = intern("alloc");
     return send<Object*>(cls->isa, alloc, cls);
@@ -278,20 +260,12 @@ Object* objc_alloc_init(Class* cls) {
     Object* object = objc_alloc(cls);
     return send<Object*>(object->isa, init, object);
 }
-Object* objc_opt_new(Class* cls) { return objc_alloc_init(cls); }
-bool objc_opt_isKindOfClass(Object* object, Class* wanted) {
-    for (Class* cls = object ? object->isa : nullptr; cls; cls = cls->superclass) {
-        if (cls == wanted) return true;
-    }
-    return false;
-}
 
 Object* objc_loadWeakRetained(Object** place) {
     Object* object = *place;
     if (!object) return nullptr;
     return isCounted(object) && isLeaving(object) ? nullptr : objc_retain(object);
 }
-Object* objc_loadWeak(Object** place) { return objc_autorelease(objc_loadWeakRetained(place)); }
 Object* objc_initWeak(Object** place, Object* object) {
     linkWeak(place, object);
     return *place;

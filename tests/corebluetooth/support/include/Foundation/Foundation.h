@@ -22,8 +22,6 @@ NS_ASSUME_NONNULL_BEGIN
 @class NSString;
 
 @protocol NSObject
-- (BOOL)isEqual:(nullable id)object;
-- (BOOL)isKindOfClass:(Class)aClass;
 @end
 
 @protocol NSCopying
@@ -60,9 +58,9 @@ typedef NS_ENUM(NSUInteger, NSStringEncoding) { NSUTF8StringEncoding = 4 };
 - (BOOL)isEqualToString:(NSString*)other;
 @end
 
-FOUNDATION_EXPORT void NSLog(NSString* format, ...);
+FOUNDATION_EXPORT void NSLog(NSString* format, ...);  // declared only
 
-@interface NSData : NSObject <NSCopying>
+@interface NSData : NSObject
 + (instancetype)dataWithBytes:(nullable const void*)bytes length:(NSUInteger)length;
 @property(readonly) NSUInteger length;
 @property(readonly) const void* bytes;
@@ -70,14 +68,10 @@ FOUNDATION_EXPORT void NSLog(NSString* format, ...);
 
 @interface NSNumber : NSObject
 + (instancetype)numberWithInt:(int)value;
-@property(readonly) int intValue;
 @end
 
 @interface NSArray<__covariant ObjectType> : NSObject <NSCopying>
 + (instancetype)array;
-+ (instancetype)arrayWithObjects:(const ObjectType _Nonnull __unsafe_unretained[_Nullable])objects
-                           count:(NSUInteger)count;
-@property(readonly) NSUInteger count;
 - (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState*)state
                                   objects:(id __unsafe_unretained _Nullable[_Nonnull])buffer
                                     count:(NSUInteger)count;
@@ -120,6 +114,9 @@ FOUNDATION_EXPORT NSRunLoopMode const NSRunLoopCommonModes;
 @interface NSRunLoop : NSObject
 @property(class, readonly, strong) NSRunLoop* mainRunLoop;
 - (void)addTimer:(NSTimer*)timer forMode:(NSRunLoopMode)mode;
+@end
+
+@interface NSRunLoop (Conveniences)  // declared only
 - (void)run;
 @end
 

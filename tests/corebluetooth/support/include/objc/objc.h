@@ -5,5 +5,3 @@ typedef bool BOOL;
 #define YES __objc_yes
 #define NO __objc_no
 #define nil nullptr
-
-extern "C" Class _Nullable object_getClass(id _Nullable object);
