@@ -74,8 +74,7 @@ private:
     }
 
     void turn() {
-        while (sd_bus_process(bus_, nullptr) > 0) {
-        }
+        if (sd_bus_process(bus_, nullptr) > 0) return;
         pollfd both[] = {{sd_bus_get_fd(bus_), POLLIN, 0}, {socket_, POLLIN, 0}};
         poll(both, socket_ >= 0 ? 2 : 1, 1000);
         std::uint8_t buffer[512];

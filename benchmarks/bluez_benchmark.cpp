@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <string_view>
 #include <vector>
 
 #include "benchmarks/bluez_clients.h"
@@ -24,7 +25,7 @@ namespace {
 using namespace std::chrono_literals;
 using bluez::StandIn;
 
-constexpr int runs = 7;
+constexpr int runs = 9;
 constexpr std::size_t values = 2000;
 constexpr std::size_t adverts = 20000;
 constexpr CBUUID service{"0000fa00-0000-1000-8000-00805f9b34fb"};
@@ -148,9 +149,18 @@ double median(std::vector<double> of) {
     return of[of.size() / 2];
 }
 
-void print(const char* what, double bare, double library, double bar, const char* unit) {
-    std::printf("%-44s %8.2f %8.2f %s  ratio %.2f (%.2f)\n", what, bare, library, unit, library / bare, bar);
-}
+/// One figure of each run, of both clients in turn.
+struct Pairs {
+    std::vector<double> bare, library;
+
+    /// The ratio is of two runs that followed each other: what else the machine does changes slowly.
+    void print(const char* what, double scale, const char* unit, double bar) const {
+        std::vector<double> ratios;
+        for (std::size_t i = 0; i < bare.size(); ++i) ratios.push_back(library[i] / bare[i]);
+        std::printf("%-44s %8.2f %8.2f %s  ratio %.2f (%.2f)\n", what, scale * median(bare),
+                    scale * median(library), unit, median(ratios), bar);
+    }
+};
 
 class Comparison {
 public:
@@ -166,10 +176,10 @@ public:
             standIn.add(std::make_shared<Metronome>());
             return nullptr;
         });
-        const double perValue = 1e6 / static_cast<double>(values);
-        print(bySocket ? "CPU per notification, paced, by socket" : "CPU per notification, paced, by signals",
-              perValue * bare_.processor, perValue * library_.processor, 1.3, "us");
-        print("start to first reading", 1e3 * bare_.firstValue, 1e3 * library_.firstValue, 1.05, "ms");
+        processor_.print(bySocket ? "CPU per notification, paced, by socket"
+                                  : "CPU per notification, paced, by signals",
+                         1e6 / static_cast<double>(values), "us", 1.3);
+        firstValue_.print("start to first reading", 1e3, "ms", 1.05);
     }
 
     void scanning(std::size_t neighbours) {
@@ -177,36 +187,28 @@ public:
         task_.values = 0;
         compare(
             [neighbours](StandIn& standIn) { return std::make_shared<Neighbourhood>(standIn, neighbours); });
-        const double perAdvert = 1e6 / static_cast<double>(adverts);
         char what[64];
         std::snprintf(what, sizeof what, "CPU per advert, %zu neighbours", neighbours);
-        print(what, perAdvert * bare_.processor, perAdvert * library_.processor, 1.3, "us");
+        processor_.print(what, 1e6 / static_cast<double>(adverts), "us", 1.3);
     }
 
 private:
     void compare(const ServiceProcess::Populate& populate) {
-        std::vector<Result> bare, library;
+        firstValue_ = processor_ = {};
+        const auto run = [&](Result (*client)(const Task&), std::vector<double> Pairs::*side) {
+            const ServiceProcess service(task_.busAddress, populate);
+            const Result result = inProcess(client, task_);
+            (firstValue_.*side).push_back(result.firstValue);
+            (processor_.*side).push_back(result.processor);
+        };
         for (int i = 0; i < runs; ++i) {
-            for (const bool useLibrary : {false, true}) {
-                const ServiceProcess service(task_.busAddress, populate);
-                (useLibrary ? library : bare)
-                    .push_back(inProcess(useLibrary ? runLibraryClient : runBareClient, task_));
-            }
+            run(runBareClient, &Pairs::bare);
+            run(runLibraryClient, &Pairs::library);
         }
-        bare_ = medians(bare);
-        library_ = medians(library);
-    }
-    static Result medians(const std::vector<Result>& of) {
-        std::vector<double> first, processor;
-        for (const Result& result : of) {
-            first.push_back(result.firstValue);
-            processor.push_back(result.processor);
-        }
-        return {.firstValue = median(first), .processor = median(processor), .done = true};
     }
 
     Task task_;
-    Result bare_, library_;
+    Pairs firstValue_, processor_;
 };
 
 /// Switches of context in two seconds after a reading.
@@ -250,27 +252,31 @@ void memory(const std::string& busAddress, const char* tool) {
                 static_cast<double>(usage.ru_maxrss) / 1024, WEXITSTATUS(status));
 }
 
-int run(const char* tool) {
+int run(const char* tool, std::string_view only) {
     const bluez::PrivateBus bus;
     if (bus.address().empty()) {
         std::fprintf(stderr, "no private bus: %s\n", bus.failure().c_str());
         return EXIT_FAILURE;
     }
-    std::printf("%-44s %8s %8s\n", "medians of 7 interleaved runs", "bare", "library");
+    std::printf("%-44s %8s %8s\n", "medians of interleaved runs", "bare", "library");
     Comparison comparison(bus.address());
-    comparison.notifications(false);
-    comparison.notifications(true);
-    for (const std::size_t neighbours : {1, 100, 1000}) comparison.scanning(neighbours);
-    idle(bus.address());
-    memory(bus.address(), tool);
+    const auto wanted = [&](std::string_view part) { return only.empty() || only == part; };
+    if (wanted("signals")) comparison.notifications(false);
+    if (wanted("socket")) comparison.notifications(true);
+    for (const std::size_t neighbours : {1, 100, 1000}) {
+        if (wanted("scanning")) comparison.scanning(neighbours);
+    }
+    if (wanted("idle")) idle(bus.address());
+    if (wanted("memory")) memory(bus.address(), tool);
     return EXIT_SUCCESS;
 }
 
 }  // namespace
 }  // namespace corvane::benchmarks
 
-// bluez_benchmark TOOL: TOOL is the command-line tool.
+// bluez_benchmark TOOL [PART]: TOOL is the command-line tool; PART is signals, socket, scanning, idle or
+// memory.
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    return argc == 2 ? corvane::benchmarks::run(argv[1]) : EXIT_FAILURE;
+    return argc > 1 ? corvane::benchmarks::run(argv[1], argc > 2 ? argv[2] : "") : EXIT_FAILURE;
 }

@@ -290,7 +290,8 @@ void Peripheral::valueArrived(std::string_view path, Bytes value) {
 }
 
 CharacteristicRef Peripheral::findCharacteristic(std::string_view path) const {
-    for (const ServiceRef& service : services_.value_or(std::vector<ServiceRef>())) {
+    if (!services_) return nullptr;
+    for (const ServiceRef& service : *services_) {
         if (!service->characteristics) continue;
         for (const CharacteristicRef& characteristic : *service->characteristics) {
             if (static_cast<const DiscoveredCharacteristic&>(*characteristic).path == path)
