@@ -165,6 +165,44 @@ TEST_P(BlueZTrouble, EndsInAReadingEachTime) {
 INSTANTIATE_TEST_SUITE_P(Each, BlueZTrouble, testing::ValuesIn(troubles),
                          [](const auto& trouble) { return std::string(trouble.param.name); });
 
+// What the service says that is not what it seems.
+
+TEST(BlueZMemory, ADeviceThatIsOnlyRememberedIsNotInReach) {
+    Ward ward;
+    ASSERT_EQ(ward.measure(), "unknown " + std::string(reading));
+    ward.air.service.remove(*ward.thermometer);
+    ASSERT_TRUE(ward.air.service.objects().has(ward.air.service.pathOf(*ward.thermometer)));
+    ward.reader.driver->startScan();
+    ward.air.runFor(60s);
+    EXPECT_EQ(ward.reader.news(), "poweredOn");
+    ward.air.service.add(ward.thermometer);
+    EXPECT_TRUE(ward.waitFor("36.6"));
+}
+
+TEST(BlueZMemory, WhatTheUserCallsADeviceIsNotItsName) {
+    Ward ward;
+    ward.thermometer->advertised.clear();
+    ward.reader.driver->startScan();
+    ward.air.runFor(1s);
+    ward.air.service.objects().set(ward.air.service.pathOf(*ward.thermometer), "Alias",
+                                   std::string(TemperatureAOJ20ADevice::deviceName));
+    ward.air.runFor(60s);
+    EXPECT_EQ(ward.reader.news(), "unknown poweredOn");
+}
+
+TEST(BlueZMemory, WhatSomebodyElseReadsIsNoNotification) {
+    Ward ward({.notifyPath = BlueZNotifyPath::socket});
+    ward.air.service.habits.keepsEarlyValuesOnSocket = true;
+    ward.reader.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("36.6"));
+    ward.reader.news();
+    const std::vector<std::uint8_t> value{0x01, 0x02, 0x03, 0x04, 0x0E, 0x4C};
+    ward.air.service.objects().set(ward.air.service.pathOf(*ward.thermometer) + "/service0001/char0002",
+                                   "Value", value);
+    ward.air.runFor(1s);
+    EXPECT_EQ(ward.reader.news(), "");
+}
+
 // What ends a link, at which step.
 
 using Blow = void (*)(Ward& ward);

@@ -87,9 +87,10 @@ ObjectTree::DeviceChange apply(DeviceNode& device, const DeviceProperties& prope
     if (properties.nameless || properties.name) {
         const bool usable =
             properties.name && !properties.name->empty() && properties.name->size() <= longestName;
-        const auto name = usable ? properties.name : std::nullopt;
+        std::optional<std::string> name;
+        if (usable) name = *properties.name;
         change.renamed = name != device.name;
-        if (change.renamed) device.name = name;
+        device.name = std::move(name);
     }
     if (properties.connected) {
         device.connected = *properties.connected;
