@@ -4,20 +4,11 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
 namespace corvane {
 namespace {
-
-std::filesystem::path folderOfTest() {
-    const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-    const std::filesystem::path folder =
-        std::string(TEST_FOLDER "/") + test->test_suite_name() + '.' + test->name();
-    std::filesystem::create_directories(folder);
-    return folder;
-}
 
 std::string contentOf(const std::filesystem::path& path) {
     std::ifstream file(path);
@@ -27,6 +18,14 @@ std::string contentOf(const std::filesystem::path& path) {
 }
 
 }  // namespace
+
+std::filesystem::path folderOfTest() {
+    const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+    const std::filesystem::path folder =
+        std::string(TEST_FOLDER "/") + test->test_suite_name() + '.' + test->name();
+    std::filesystem::create_directories(folder);
+    return folder;
+}
 
 Ran sh(const std::string& command) {
     const std::filesystem::path folder = folderOfTest();

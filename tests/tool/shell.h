@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -15,8 +16,11 @@ struct Ran {
     std::string err;
 };
 
-/// Runs a shell command that calls the program as its users do: "corvane models". The files it names are in
-/// a folder of this test's own.
+/// Where this test's files are.
+std::filesystem::path folderOfTest();
+
+/// Runs a shell command that calls the program as its users do: "corvane models". The files it names are
+/// there.
 Ran sh(const std::string& command);
 
 std::vector<std::string> linesOf(const std::string& text);

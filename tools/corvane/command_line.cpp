@@ -30,14 +30,21 @@ constexpr const char* exitStatuses = R"(Exit status:
     6  the device reported an error
   130  interrupted)";
 
-constexpr const char* programExamples = R"(Examples:
+constexpr const char* programExamples =
+    R"(Examples:
   corvane measure temperature-aoj20a                  read a thermometer with this machine's Bluetooth
   corvane measure --all --platform simulated          read every model, emulated, without a radio
   corvane measure glucose-td4257 --json --count 5     five readings, one JSON object each
   corvane models                                      the devices that can be read
   corvane decode oximeter-adfb05 81486200             what a notified value means
   corvane replay session.jsonl                        what a driver did in a recorded session
-)";
+)"
+#ifdef CORVANE_TOOL_HAS_BLUEZ
+    R"(  corvane emulate temperature-aoj20a                  an emulated thermometer on the air, for a phone to read
+  corvane doctor                                      what Bluetooth lacks here, and what helps
+)"
+#endif
+    ;
 
 constexpr const char* modelsExamples = R"(Examples:
   corvane models            a table
@@ -90,6 +97,7 @@ private:
     std::map<const CLI::App*, const char*> examples_;
 };
 
+constexpr const char* hidden = "";  // What only tests need.
 constexpr const char* simulatedGroup = "Simulated radio";
 constexpr const char* recordingGroup = "Recording of a single model";
 
@@ -271,6 +279,7 @@ private:
         auto options = std::make_shared<DoctorOptions>();
         command->add_option("--adapter", options->adapter, "The one to be used, such as hci0")
             ->type_name("NAME");
+        command->add_option("--sys", options->sys)->group(hidden);
         command->callback([=, this] { command_ = [=] { return examineBluetooth(*options); }; });
     }
 

@@ -44,7 +44,7 @@ std::string firstWord(const std::filesystem::path& file) {
 }
 
 /// Nothing where there is no such folder.
-std::vector<std::filesystem::path> entriesOf(const char* folder) {
+std::vector<std::filesystem::path> entriesOf(const std::string& folder) {
     std::vector<std::filesystem::path> entries;
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
@@ -121,12 +121,11 @@ private:
 
     /// Some machines take a blocked adapter off the bus of its computer, so this comes before the adapter.
     Diagnosis radioSwitch() {
-        for (const auto& folder : entriesOf("/sys/class/rfkill")) {
+        const std::string wanted = chosen() ? std::string(chosen()->name()) : options_.adapter;
+        for (const auto& folder : entriesOf(options_.sys + "/class/rfkill")) {
             if (firstWord(folder / "type") != "bluetooth") continue;
             const std::string name = firstWord(folder / "name");
-            if (const AdapterNode* adapter = chosen();
-                adapter && isAdapterName(name) && name != adapter->name())
-                continue;
+            if (isAdapterName(name) && !wanted.empty() && name != wanted) continue;
             if (firstWord(folder / "hard") == "1")
                 return Finding{name + " is blocked by a switch or key of this machine", "Turn that switch."};
             if (firstWord(folder / "soft") == "1")
@@ -140,7 +139,7 @@ private:
         if (!tree_.adapters().empty())
             return Finding{"there is no " + options_.adapter + ", but " + adapterNames(),
                            "Name one of these with --adapter."};
-        if (!entriesOf("/sys/class/bluetooth").empty())
+        if (!entriesOf(options_.sys + "/class/bluetooth").empty())
             return Finding{"the kernel has one that the service does not show",
                            "Restart the service and look into its log: systemctl restart bluetooth; "
                            "journalctl -u bluetooth."};

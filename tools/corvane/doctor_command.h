@@ -8,6 +8,8 @@ namespace corvane::tool {
 
 struct DoctorOptions {
     std::string adapter;  ///< Empty for any.
+    /// Where the kernel tells of adapters and their switches.
+    std::string sys = "/sys";
 };
 
 /// Says what Bluetooth needs on this machine to work from here, what of it is missing, and what to do about

@@ -70,10 +70,15 @@ private:
 
 std::unique_ptr<HostPlatform> openBlueZ(const PlatformOptions& options) {
     auto host = std::make_unique<BlueZHost>(options);
-    // Asked for by name, it is taken as it is: a missing adapter may come.
-    if (options.name == "auto" && !host->hasAdapter()) return nullptr;
+    if (!host->hasAdapter()) return nullptr;
     return host;
 }
+#endif
+
+#ifdef CORVANE_TOOL_HAS_BLUEZ
+constexpr const char* doctorsHint = " (corvane doctor says why)";
+#else
+constexpr const char* doctorsHint = "";
 #endif
 
 struct Entry {
@@ -119,8 +124,9 @@ std::unique_ptr<HostPlatform> openPlatform(const PlatformOptions& options) {
     if (!known)
         throw Failure(ExitStatus::wrongUsage,
                       "no platform \"" + options.name + "\"; there are " + platformNames());
-    throw Failure(ExitStatus::noRadio,
-                  "there is no Bluetooth adapter; --platform simulated reads emulated devices instead");
+    const std::string adapter = options.adapter.empty() ? "" : ' ' + options.adapter;
+    throw Failure(ExitStatus::noRadio, "there is no Bluetooth adapter" + adapter + doctorsHint +
+                                           "; --platform simulated reads emulated devices instead");
 }
 
 std::string platformNames() {

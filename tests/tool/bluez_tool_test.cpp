@@ -1,0 +1,156 @@
+// The program on a machine's Bluetooth: measuring, and finding out why it cannot.
+#include <gmock/gmock.h>
+
+#include "bluez_machine.h"
+#include "corvane/devices/catalogue.h"
+#include "emulators/emulator.h"
+
+namespace corvane {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+void addEmulator(BlueZMachine& machine, const Model& model, EmulatorFault::Kind fault = {}) {
+    machine.service.add(makeEmulator(model, {.seed = 1, .fault = {.kind = fault}, .onEvent = {}}));
+}
+
+// As lines in any order, without what tells one radio's devices from another's.
+std::vector<std::string> readingsIn(const std::string& jsonLines) {
+    std::vector<std::string> readings;
+    for (Json line : jsonLinesOf(jsonLines)) {
+        line["record"].erase("uuid");
+        readings.push_back(line.dump());
+    }
+    return readings;
+}
+
+TEST(BlueZMeasure, ReadsEveryModelAsTheSimulatedRadioDoes) {
+    for (const Model* model : models()) {
+        const std::string command = "corvane measure --json " + std::string(model->id);
+        BlueZMachine machine;
+        for (const Model* neighbour : models()) addEmulator(machine, *neighbour);
+        const Ran ran = machine.run(command + " --platform bluez");
+        EXPECT_EQ(ran.status, 0) << model->id << '\n' << ran.err;
+        EXPECT_EQ(readingsIn(ran.out), readingsIn(sh(command + " --platform simulated").out)) << model->id;
+        EXPECT_EQ(machine.leftovers(), "") << model->id;
+    }
+}
+
+TEST(BlueZMeasure, ReadsAllModelsAtOnceWhereThereIsAnAdapter) {
+    BlueZMachine machine;
+    for (const Model* model : models()) addEmulator(machine, *model);
+    const Ran ran = machine.run("corvane measure --all --json");
+    EXPECT_EQ(ran.status, 0) << ran.err;
+    EXPECT_THAT(readingsIn(ran.out), testing::UnorderedElementsAreArray(readingsIn(
+                                         sh("corvane measure --all --json --platform simulated").out)));
+    EXPECT_EQ(machine.leftovers(), "");
+}
+
+TEST(BlueZMeasure, SaysWhatIsMissingAndNeverEmulatesByItself) {
+    struct Case {
+        const char* arguments;
+        void (*make)(bluez::StandIn&);
+        const char* text;
+    };
+    const auto refuse = [](bluez::StandIn& service) {
+        service.refusals["GetManagedObjects"].assign(
+            5, {"org.freedesktop.DBus.Error.AccessDenied", "Rejected send message"});
+    };
+    const Case cases[] = {
+        {"", [](bluez::StandIn& service) { service.vanish(); }, "there is no Bluetooth adapter (corvane"},
+        {"", [](bluez::StandIn& service) { service.removeAdapter(); }, "no Bluetooth adapter (corvane"},
+        {"--adapter hci7", [](bluez::StandIn&) {}, "there is no Bluetooth adapter hci7"},
+        {"", [](bluez::StandIn& service) { service.setPowered(false); }, "the radio is off"},
+        {"--adapter hci0", [](bluez::StandIn& service) { service.setPowered(false); }, "the radio is off"},
+        {"", refuse, "the radio may not be used"},
+    };
+    for (const Case& c : cases) {
+        for (const char* platform : {" ", " --platform bluez "}) {
+            BlueZMachine machine;
+            addEmulator(machine, BodyTapeDevice::model);
+            c.make(machine.service);
+            const Ran ran = machine.run(std::string("corvane measure body-tape") + platform + c.arguments);
+            EXPECT_EQ(ran.status, 5) << platform << c.text;
+            EXPECT_EQ(ran.out, "") << platform << c.text;
+            EXPECT_THAT(ran.err, HasSubstr(c.text)) << platform << c.arguments;
+        }
+    }
+}
+
+TEST(BlueZMeasure, InterruptedItLeavesNothingAtTheService) {
+    BlueZMachine machine;
+    const auto runUntil = [&](const std::function<bool()>& reached) {
+        const Ran ran = machine.run(R"(
+            corvane measure temperature-aoj20a &
+            read line < go
+            kill -INT $!
+            wait $!)",
+                                    reached);
+        EXPECT_EQ(ran.status, 130) << ran.err;
+        EXPECT_THAT(ran.err, HasSubstr("interrupted"));
+        EXPECT_EQ(machine.leftovers(), "");
+    };
+    runUntil([&] { return machine.service.discoveringClients() > 0; });
+    addEmulator(machine, TemperatureAOJ20ADevice::model, EmulatorFault::Kind::silent);
+    runUntil([&] { return machine.service.links() > 0; });
+    runUntil([&] { return machine.service.notifySessions() > 0; });
+}
+
+TEST(Doctor, FindsWhatIsMissingAndSaysWhatHelps) {
+    struct Case {
+        const char* arguments;
+        void (*make)(bluez::StandIn&);
+        const char* complaint;
+        const char* remedy;
+    };
+    const auto nothing = [](bluez::StandIn&) {};
+    const auto remove = [](bluez::StandIn& service) { service.removeAdapter(); };
+    const auto refuse = [](bluez::StandIn& service) {
+        service.refusals["GetManagedObjects"] = {
+            {"org.freedesktop.DBus.Error.AccessDenied", "Rejected \x1b send message"}};
+    };
+    const Case cases[] = {
+        {"none", [](bluez::StandIn& service) { service.vanish(); }, "service org.bluez: nobody",
+         "bluetoothd"},
+        {"none", refuse, R"(permission: Rejected \x1b send)", "adduser YOU bluetooth"},
+        {"hard", nothing, "radio switch: hci0 is blocked by a switch", "Turn that switch"},
+        {"soft", remove, "radio switch: a_bluetooth_sw is blocked by software", "rfkill unblock"},
+        {"empty", remove, "adapter: neither the service nor the kernel knows of one", "dmesg"},
+        {"unseen", remove, "adapter: the kernel has one that the service does not", "restart bluetooth"},
+        {"none --adapter hci7", nothing, "adapter: there is no hci7, but hci0", "--adapter"},
+        {"none", [](bluez::StandIn& service) { service.setPowered(false); }, "power: hci0 is off",
+         "power on"},
+    };
+    const std::string doctor = R"(
+        place() { mkdir -p $1/class/rfkill/rfkill$2 && cd $1/class/rfkill/rfkill$2
+            echo $3 > type; echo $4 > name; echo $5 > hard; echo $6 > soft; cd ../../../..; }
+        place none 0 bluetooth hci0 0 0; place none 1 wlan phy0 1 1; place none 2 bluetooth hci9 1 1
+        place hard 0 bluetooth hci0 1 0
+        place soft 0 bluetooth a_bluetooth_sw 0 1
+        mkdir -p unseen/class/bluetooth/hci0
+        corvane doctor --sys )";
+    for (const Case& c : cases) {
+        BlueZMachine machine;
+        c.make(machine.service);
+        const Ran ran = machine.run(doctor + c.arguments);
+        EXPECT_EQ(ran.status, 5) << c.complaint;
+        EXPECT_THAT(ran.out, HasSubstr(std::string("\nmissing  ") + c.complaint));
+        EXPECT_THAT(linesOf(ran.out).back(), HasSubstr(c.remedy));
+        EXPECT_EQ(ran.err, "");
+    }
+    const Ran busless = sh("DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere corvane doctor");
+    EXPECT_EQ(busless.status, 5);
+    EXPECT_THAT(busless.out, StartsWith("missing  system bus: "));
+
+    BlueZMachine machine;
+    for (const std::string arguments : {"none", "none --adapter hci0"}) {
+        const Ran well = machine.run(doctor + arguments);
+        EXPECT_EQ(well.status, 0);
+        EXPECT_EQ(well.out, "ok       system bus\nok       service org.bluez\nok       permission\n"
+                            "ok       radio switch\nok       adapter\nok       power\n");
+    }
+}
+
+}  // namespace
+}  // namespace corvane
