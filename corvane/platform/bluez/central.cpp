@@ -17,6 +17,9 @@ struct DiscoveredService : CBService {
     std::weak_ptr<GattSession> session;
 };
 
+// So many are remembered without asking whether they are still there.
+constexpr std::size_t fewAcquaintances = 1024;
+
 bool isWanted(const std::vector<CBUUID>& wanted, const CBUUID& uuid) {
     return wanted.empty() || std::find(wanted.begin(), wanted.end(), uuid) != wanted.end();
 }
@@ -31,13 +34,13 @@ std::size_t Central::IdentifierHash::operator()(const CBUUID& identifier) const 
 
 std::shared_ptr<Central> Central::make(const std::shared_ptr<Radio>& radio,
                                        std::weak_ptr<CBCentralManagerDelegate> delegate) {
-    const std::shared_ptr<Central> central(new Central(radio, std::move(delegate)));
+    std::shared_ptr<Central> central(new Central(radio, std::move(delegate)));
     radio->add(*central);
     return central;
 }
 
 Central::Central(const std::shared_ptr<Radio>& radio, std::weak_ptr<CBCentralManagerDelegate> delegate)
-    : radio_(radio), delegate_(std::move(delegate)) {}
+    : radio_(radio), delegate_(std::move(delegate)), mostAcquaintances_(fewAcquaintances) {}
 
 Central::~Central() {
     const auto radio = radio_.lock();
@@ -81,6 +84,7 @@ void Central::stopScan() {
 }
 
 void Central::heard(const DeviceNode& device) {
+    forgetStrangers();
     Acquaintance& acquaintance = acquaintances_[device.identifier];
     if (acquaintance.toldInScan == scan_ && acquaintance.toldName == device.name) return;
     acquaintance.toldInScan = scan_;
@@ -89,6 +93,13 @@ void Central::heard(const DeviceNode& device) {
                                                                         CBCentralManagerDelegate& delegate) {
         if (central.scanning_ && central.scan_ == scan) delegate.didDiscover(peripheral);
     });
+}
+
+// Neighbours that change their addresses are new ones each time. One that is forgotten may be told of again.
+void Central::forgetStrangers() {
+    if (acquaintances_.size() < mostAcquaintances_) return;
+    std::erase_if(acquaintances_, [](const auto& entry) { return entry.second.peripheral.expired(); });
+    mostAcquaintances_ = std::max(fewAcquaintances, 2 * acquaintances_.size());
 }
 
 // One object for one device, for as long as anybody can tell the difference.

@@ -49,6 +49,7 @@ private:
     };
 
     Central(const std::shared_ptr<Radio>& radio, std::weak_ptr<CBCentralManagerDelegate> delegate);
+    void forgetStrangers();
     std::shared_ptr<Peripheral> acquaint(Acquaintance& acquaintance, const DeviceNode& device);
     Peripheral* own(const PeripheralRef& peripheral);
 
@@ -58,6 +59,7 @@ private:
     bool scanning_ = false;
     std::uint64_t scan_ = 0;
     std::unordered_map<CBUUID, Acquaintance, IdentifierHash> acquaintances_;
+    std::size_t mostAcquaintances_;
 };
 
 class Peripheral final : public CBPeripheral,
