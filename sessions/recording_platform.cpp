@@ -110,21 +110,21 @@ std::unique_ptr<Timer> RecordingPlatform::scheduleTimer(Duration interval, std::
     const auto schedule = std::make_shared<Schedule>(Schedule{now_ + interval, interval, std::move(tick)});
     timer_ = schedule;
     auto inner = inner_.mainQueue().scheduleTimer(interval, [weak = weak_from_this(), schedule] {
-        const auto keep = schedule;  // the tick may release the timer, and this closure with it
-        if (const auto self = weak.lock()) self->tickIsDue(*keep);
+        if (const auto self = weak.lock()) self->tickIsDue(schedule);
     });
     return std::make_unique<RecordingTimer>(*this, schedule, std::move(inner));
 }
 
-// The script reaches the tick by an advance, which runs the tasks before it and those that it posts.
-void RecordingPlatform::tickIsDue(Schedule& schedule) {
-    const Duration due = schedule.due;
+// The script reaches the tick by an advance, which runs the tasks before it and those that it posts. The tick
+// may release the timer, and with it whoever calls this.
+void RecordingPlatform::tickIsDue(std::shared_ptr<Schedule> schedule) {
+    const Duration due = schedule->due;
     perform(advanceLine(due - now_), [&] {
         runTasks();
         now_ = due;
-        if (!schedule.isLive) return;
-        schedule.due += schedule.interval;
-        schedule.tick();
+        if (!schedule->isLive) return;
+        schedule->due += schedule->interval;
+        schedule->tick();
         runTasks();
     });
 }

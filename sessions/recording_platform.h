@@ -72,7 +72,7 @@ private:
     void settle();
     void moveTo(Duration time);
     void taskIsDue();
-    void tickIsDue(Schedule& schedule);
+    void tickIsDue(std::shared_ptr<Schedule> schedule);
     void runTasks();
 
     Platform& inner_;

@@ -110,6 +110,7 @@ const Model& modelNamed(const std::string& name) {
 
 std::vector<const Model*> modelsNamed(const std::vector<std::string>& names) {
     std::vector<const Model*> found;
+    found.reserve(names.size());
     for (const std::string& name : names) found.push_back(&modelNamed(name));
     return found;
 }

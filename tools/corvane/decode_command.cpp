@@ -26,6 +26,7 @@ struct Source {
 
 std::vector<CBUUID> uuidsOf(const auto& items) {
     std::vector<CBUUID> uuids;
+    uuids.reserve(items.size());
     for (const auto& item : items) uuids.push_back(item.uuid);
     return uuids;
 }

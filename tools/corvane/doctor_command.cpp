@@ -160,7 +160,7 @@ private:
              sd_bus_message** reply, const char* argument = nullptr) {
         bluez::Message call = bus_->newCall(service, path, interface, method);
         if (argument) call.append("s", argument);
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{};
         const auto limit = std::chrono::microseconds(patience).count();
         const int result =
             sd_bus_call(bus_->handle(), call.get(), static_cast<std::uint64_t>(limit), &error, reply);
