@@ -10,7 +10,6 @@
 // mid-byte.
 #include "corvane/devices/body_composition/body_composition_adfb885t_device.h"
 
-#include <deque>
 #include <utility>
 
 #include "corvane/framework/central_link.h"
@@ -58,21 +57,35 @@ double fat(std::string_view first, std::string_view second) {
     return static_cast<double>(whole);
 }
 
-std::string shown(const std::deque<std::string>& texts) {
-    std::string line = "[";
-    for (const std::string& text : texts) {
-        if (line.size() > 1) line += ", ";
-        line += '"';
-        line += text;
-        line += '"';
+// The holder of answer frames is one text: each frame between quotes, and the one that counts first at the
+// end, since those that come are put before the others.
+std::string_view lastOf(std::string_view holder) {
+    return holder.substr(holder.rfind('"', holder.size() - 2));
+}
+
+std::string_view withoutLast(std::string_view holder) {
+    return holder.substr(0, holder.size() - lastOf(holder).size());
+}
+
+std::string_view unquoted(std::string_view text) { return text.substr(1, text.size() - 2); }
+
+void appendList(std::string& line, std::string_view holder) {
+    line += '[';
+    for (std::string_view rest = holder; !rest.empty(); rest = withoutLast(rest)) {
+        if (rest.size() < holder.size()) line += ", ";
+        line += lastOf(rest);
     }
-    return line + ']';
+    line += ']';
 }
 
 class ADFB885TSession final : public Session<BodyCompositionInfo> {
 public:
     ADFB885TSession(bool autoResult, double height, std::int64_t age, Gender gender, Platform& platform)
-        : Session(profile, autoResult, platform), height(height), age(age), gender(gender) {}
+        : Session(profile, autoResult, platform), height(height), age(age), gender(gender) {
+        // Room for one analysis, whose last frame then allocates for its record only.
+        bodyCompositionHolderDataSDIC.reserve(96);
+        line.reserve(128);
+    }
 
 private:
     void characteristicFound(const PeripheralRef& from, const CharacteristicRef& found) override {
@@ -89,18 +102,23 @@ private:
     }
 
     After valueArrived(const ValueUpdate& update) override {
-        const std::string text = update.value ? hexadecimalText(*update.value) : "-";
-        log(text);
-        if (!update.value) return After::reportError;
+        line.clear();
+        if (update.value) {
+            appendHexadecimalText(line, *update.value);
+        } else {
+            line = "-";
+        }
+        log(line);
 
-        const auto header = bodyCompositionADFB885TDeviceHeader(std::string_view(text).substr(0, 2));
-        if (header == Header::header_42 && !answerArrived(text, update.uuid())) return After::done;
+        const auto header = bodyCompositionADFB885TDeviceHeader(std::string_view(line).substr(0, 2));
+        if (header == Header::header_42)
+            return answerArrived(update.uuid()) ? After::reportError : After::done;
         if (header == Header::header_41) reportError("process error");
-        if (update.isFrom(Scale::characteristicCBUUIDReadWrite) && text == analysisReady &&
+        if (update.isFrom(Scale::characteristicCBUUIDReadWrite) && line == analysisReady &&
             !std::exchange(isBodyCompositionRequest, true)) {
             requestAnalysis();
         }
-        if (update.isFrom(Scale::characteristicCBUUIDIndicateWrite) && text == profileAcknowledged &&
+        if (update.isFrom(Scale::characteristicCBUUIDIndicateWrite) && line == profileAcknowledged &&
             !std::exchange(isSetUserReceive, true)) {
             indicateWrite(profileReceipt);
         }
@@ -108,30 +126,33 @@ private:
     }
 
     // False where a precondition ends the handling.
-    bool answerArrived(const std::string& text, const std::string& uuid) {
-        if (!require(text.size() >= 4, "answer frame shorter than 2 bytes")) return false;
-        const std::string_view number = std::string_view(text).substr(2, 2);
-        if (number == firstFrame) return insert(0, text);
+    bool answerArrived(const std::string& uuid) {
+        if (!require(line.size() >= 4, "answer frame shorter than 2 bytes")) return false;
+        const std::string_view number = std::string_view(line).substr(2, 2);
+        std::string& holder = bodyCompositionHolderDataSDIC;
+        if (number == firstFrame) return insert(holder.size());
         if (number == secondFrame) {
-            return require(!bodyCompositionHolderDataSDIC.empty(), "second answer frame before the first") &&
-                   insert(1, text) && analyse(uuid);
+            return require(!holder.empty(), "second answer frame before the first") &&
+                   insert(withoutLast(holder).size()) && analyse(uuid);
         }
         return true;
     }
 
-    bool insert(std::size_t index, const std::string& text) {
-        if (!require(text.size() <= holderLimit - holderSize, "more than 64 MiB of answer frames"))
+    bool insert(std::size_t at) {
+        if (!require(line.size() <= holderLimit - holderSize, "more than 64 MiB of answer frames"))
             return false;
-        holderSize += text.size();
-        bodyCompositionHolderDataSDIC.insert(
-            bodyCompositionHolderDataSDIC.begin() + static_cast<std::ptrdiff_t>(index), text);
+        holderSize += line.size();
+        bodyCompositionHolderDataSDIC.insert(at, 2, '"').insert(at + 1, line);
         return true;
     }
 
     bool analyse(const std::string& uuid) {
-        log("hex array = " + shown(bodyCompositionHolderDataSDIC));
-        const std::string& first = bodyCompositionHolderDataSDIC[0];
-        const std::string& second = bodyCompositionHolderDataSDIC[1];
+        const std::string_view holder = bodyCompositionHolderDataSDIC;
+        line = "hex array = ";
+        appendList(line, holder);
+        log(line);
+        const std::string_view first = unquoted(lastOf(holder));
+        const std::string_view second = unquoted(lastOf(withoutLast(holder)));
         if (!require(first.size() >= firstFrameDigits, "first answer frame shorter than 20 bytes") ||
             !require(second.size() >= secondFrameDigits, "second answer frame shorter than 15 bytes")) {
             return false;
@@ -175,8 +196,9 @@ private:
 
     static constexpr std::size_t holderLimit = std::size_t{64} << 20;
 
-    std::deque<std::string> bodyCompositionHolderDataSDIC;
-    std::size_t holderSize = 0;  // of all its texts
+    std::string bodyCompositionHolderDataSDIC;
+    std::size_t holderSize = 0;  // of all its texts, without the quotes
+    std::string line;            // what the console is shown; it keeps its room
     bool isSetUserRequest = false;
     bool isSetUserReceive = false;
     [[maybe_unused]] bool isGetUserRequest = false;  // no exchange uses it, nor the next but one
