@@ -11,6 +11,8 @@ void DeviceBase::startScan() { session()->startScan(); }
 void DeviceBase::stopScan() { session()->stopScan(); }
 void DeviceBase::disconnect() { session()->disconnect(); }
 
+CentralLink::~CentralLink() = default;
+
 void CentralLink::close() {
     owner_ = nullptr;
     timer_.reset();

@@ -52,7 +52,7 @@ class CentralLink : public CBCentralManagerDelegate,
                     public CBPeripheralDelegate,
                     public std::enable_shared_from_this<CentralLink> {
 public:
-    virtual ~CentralLink() = default;
+    virtual ~CentralLink();
     CentralLink(const CentralLink&) = delete;
     CentralLink& operator=(const CentralLink&) = delete;
 
@@ -150,10 +150,10 @@ protected:
         : CentralLink(profile, platform), autoResult(autoResult) {}
 
     /// Keeps the record as the result.
-    void store(Info info) { result = std::make_shared<const Info>(std::move(info)); }
+    void store(Info&& info) { result = std::make_shared<const Info>(std::move(info)); }
 
     /// Keeps the record as the result, and pushes it to the application if it wants that.
-    void deliver(Info info) {
+    void deliver(Info&& info) {
         store(std::move(info));
         if (autoResult) reportSuccess(result);
     }

@@ -59,26 +59,30 @@ bool isDecimalNumber(std::string_view text) {
     return at == text.size();
 }
 
-// The value of a decimal number that is a short one: its digits and the power of ten below them are both
-// whole numbers that a double holds, so that their quotient is rounded once and is as good as the library's.
+// The value of a short decimal number without an exponent: its digits and the power of ten below them are
+// both whole numbers that a double holds, so that their quotient is rounded once and is as good as the
+// library's.
 std::optional<double> shortDecimal(std::string_view text) {
-    constexpr int mostDigits = 15;
+    constexpr std::size_t mostDigits = 15;
     if (FLT_EVAL_METHOD != 0 || text.size() > mostDigits) return std::nullopt;
+    const bool negative = text.starts_with('-');
+    if (!text.empty() && isSign(text[0])) text.remove_prefix(1);
     std::int64_t digits = 0;
     std::int64_t scale = 1;
-    bool fraction = false;
-    for (const char c : isSign(text[0]) ? text.substr(1) : text) {
-        if (c == '.') {
-            fraction = true;
-        } else if (isDigit(c)) {
+    bool point = false;
+    for (const char c : text) {
+        if (isDigit(c)) {
             digits = digits * 10 + (c - '0');
-            if (fraction) scale *= 10;
+            if (point) scale *= 10;
+        } else if (c == '.' && !point) {
+            point = true;
         } else {
             return std::nullopt;
         }
     }
+    if (text.size() == (point ? 1 : 0)) return std::nullopt;
     const double value = static_cast<double>(digits) / static_cast<double>(scale);
-    return text[0] == '-' ? -value : value;
+    return negative ? -value : value;
 }
 
 }  // namespace
@@ -167,8 +171,8 @@ std::int64_t parseHexadecimal(std::string_view text) {
 }
 
 double parseDecimal(std::string_view text) {
-    if (!isDecimalNumber(text)) return 0.0;
     if (const auto value = shortDecimal(text)) return *value;
+    if (!isDecimalNumber(text)) return 0.0;
     // strtod reads the point that the host's locale uses.
     std::string local(text);
     if (const auto point = local.find('.'); point != std::string::npos) {
