@@ -42,11 +42,13 @@ void StandIn::comeBack() {
     sd_bus_request_name(bus_->handle(), serviceName,
                         SD_BUS_NAME_ALLOW_REPLACEMENT | SD_BUS_NAME_REPLACE_EXISTING);
     loop_.attach(bus_);
+    if (part) part->serviceStarted();
 }
 
 void StandIn::vanish() {
     if (!bus_) return;
     objects_.useBus(nullptr);
+    if (part) part->serviceEnded();
     filter_.reset();
     ownerMatch_.reset();
     loop_.detach(*bus_);
@@ -170,6 +172,7 @@ void StandIn::handle(const IncomingCall& call) {
         objects_.appendAll(reply.get());
         return answer(call, reply);
     }
+    if (part && part->handle(call)) return;
     if (call.path == adapter_ && objects_.has(adapter_)) return handleOnAdapter(call);
     for (const auto& device : std::vector(devices_)) {
         if (device->handle(call)) return;
@@ -222,6 +225,7 @@ void StandIn::ownerChanged(sd_bus_message* message) {
 }
 
 void StandIn::clientLeft(const std::string& client) {
+    if (part) part->clientLeft(client);
     if (discoverers_.erase(client) && discoverers_.empty()) discoveryEnded();
     for (const auto& device : std::vector(devices_)) device->clientLeft(client);
 }

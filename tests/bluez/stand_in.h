@@ -53,6 +53,17 @@ struct StandInHabits {
     int hurry = 1;
 };
 
+/// More that the service can do.
+class StandInPart {
+public:
+    virtual ~StandInPart() = default;
+    /// False where the call is somebody else's.
+    virtual bool handle(const IncomingCall& call) = 0;
+    virtual void serviceStarted() = 0;
+    virtual void serviceEnded() = 0;
+    virtual void clientLeft(const std::string& client) = 0;
+};
+
 class StandIn {
 public:
     /// Takes the name; blocks until it has it.
@@ -70,6 +81,9 @@ public:
     std::map<std::string, int> lostReplies;
     /// Attempts to connect while discovery was on; real controllers take ten seconds for those.
     int connectsWhileDiscovering = 0;
+
+    /// Asked before this one handles a call; may be null.
+    StandInPart* part = nullptr;
 
     /// Comes into reach.
     void add(std::shared_ptr<PeripheralDevice> device);
@@ -102,7 +116,8 @@ public:
     ExportedObjects& objects() { return objects_; }
     bool isPowered() const { return powered_; }
     bool isDiscovering() const { return !discoverers_.empty(); }
-    sd_bus* bus() { return bus_->handle(); }
+    /// Null while the service is gone.
+    Bus* bus() { return bus_.get(); }
 
     void answer(const IncomingCall& call);
     void answer(const IncomingCall& call, const Refusal& refusal);

@@ -35,6 +35,11 @@ Ran BlueZMachine::run(const std::string& command, const std::function<bool()>& r
     return run("rm -f go && mkfifo go\n" + command);
 }
 
+bool BlueZMachine::waitFor(const std::function<bool()>& done) {
+    for (const auto end = bluez::Clock::now() + 5s; !done() && bluez::Clock::now() < end;) loop_.step(turn);
+    return done();
+}
+
 std::string BlueZMachine::leftovers() {
     const auto inWords = [this] {
         std::string text;
@@ -46,8 +51,7 @@ std::string BlueZMachine::leftovers() {
         note(service.notifySessions(), "notify sessions");
         return text;
     };
-    for (const auto end = bluez::Clock::now() + 5s; !inWords().empty() && bluez::Clock::now() < end;)
-        loop_.step(turn);
+    waitFor([&] { return inWords().empty(); });
     return inWords();
 }
 

@@ -19,7 +19,9 @@ public:
     /// The same; once `reached` is true for the first time, the command can read a line from the pipe "go".
     Ran run(const std::string& command, const std::function<bool()>& reached);
 
-    /// What clients have left at the service, in words; what is still on its way is waited for.
+    /// For what is still on its way; returns what `done` returned last.
+    bool waitFor(const std::function<bool()>& done);
+    /// What clients have left at the service, in words.
     std::string leftovers();
 
 private:

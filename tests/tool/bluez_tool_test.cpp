@@ -4,6 +4,7 @@
 #include "bluez_machine.h"
 #include "corvane/devices/catalogue.h"
 #include "emulators/emulator.h"
+#include "tests/bluez/peripheral_side.h"
 
 namespace corvane {
 namespace {
@@ -95,6 +96,53 @@ TEST(BlueZMeasure, InterruptedItLeavesNothingAtTheService) {
     addEmulator(machine, TemperatureAOJ20ADevice::model, EmulatorFault::Kind::silent);
     runUntil([&] { return machine.service.links() > 0; });
     runUntil([&] { return machine.service.notifySessions() > 0; });
+}
+
+TEST(Emulate, PutsTheDeviceOnTheAirUntilItIsInterrupted) {
+    BlueZMachine machine;
+    bluez::PeripheralSide side(machine.service);
+    bool subscribed = false;
+    const Ran ran = machine.run(R"(
+        corvane emulate temperature-aoj20a --fault duplicate &
+        read line < go
+        kill -INT $!
+        wait $!)",
+                                [&] {
+                                    if (!side.isOnTheAir()) return false;
+                                    if (!std::exchange(subscribed, true)) {
+                                        EXPECT_EQ(side.advertised, TemperatureAOJ20ADevice::deviceName);
+                                        EXPECT_EQ(side.alias, TemperatureAOJ20ADevice::deviceName);
+                                        side.link();
+                                        side.call(side.find(TemperatureAOJ20ADevice::characteristicCBUUID),
+                                                  "StartNotify");
+                                    }
+                                    return side.values.size() >= 2;
+                                });
+    EXPECT_EQ(ran.status, 130);
+    EXPECT_EQ(ran.out, "");
+    ASSERT_GE(side.values.size(), 2u);
+    EXPECT_EQ(side.values[0], side.values[1]);
+    EXPECT_THAT(ran.err, testing::ContainsRegex("registering on hci0\n"
+                                                "advertising \"AOJ-20A\" on hci0\n"
+                                                "linked\n"));
+    EXPECT_EQ(linesOf(ran.err).back(), "withdrawn");
+    EXPECT_TRUE(machine.waitFor([&] { return side.isEmpty() && side.alias == "stand-in"; }));
+    EXPECT_EQ(machine.service.calls["Disconnect"], 1);
+}
+
+TEST(Emulate, SaysWhatKeepsItOffTheAir) {
+    BlueZMachine machine;
+    bluez::PeripheralSide side(machine.service);
+    machine.service.refusals["RegisterAdvertisement"] = {
+        {"org.bluez.Error.NotPermitted", "Maximum \x1b advertisements reached"}};
+    const Ran ran = machine.run("corvane emulate body-tape");
+    EXPECT_EQ(ran.status, 5);
+    EXPECT_THAT(ran.err, HasSubstr("registering the advertisement: Maximum \\x1b advertisements reached\n"));
+    EXPECT_THAT(ran.err, HasSubstr("corvane: this device cannot be put on the air of hci0"));
+    EXPECT_EQ(sh("DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere corvane emulate body-tape").status, 5);
+    for (const char* wrong : {"thermos", "body-tape --fault adapter-cycle", "body-tape --fault gremlins"}) {
+        EXPECT_EQ(sh(std::string("corvane emulate ") + wrong).status, 2) << wrong;
+    }
 }
 
 TEST(Doctor, FindsWhatIsMissingAndSaysWhatHelps) {

@@ -23,8 +23,9 @@ struct BlueZPeripheralOptions {
 /// Puts one device on the air of one adapter: its name (advertised, and as the adapter's Alias, which is the
 /// device name that a central reads), its services, its values. An adapter holds one device at a time.
 ///
-/// It waits for the service and for the adapter, registers anew whenever they come back, and withdraws
-/// everything and restores the Alias when it is let go. One thread: everything happens inside `runUntil`.
+/// It waits for the service and for the adapter, registers anew whenever they come back, and ends the link,
+/// withdraws everything and restores the Alias when it is let go. One thread: everything happens inside
+/// `runUntil`.
 class BlueZPeripheral {
 public:
     enum class State {

@@ -35,6 +35,12 @@ public:
         value = number;
         return true;
     }
+    bool read(std::string_view name, std::optional<std::uint16_t>& value) {
+        std::uint16_t number = 0;
+        if (!readBasic(name, "q", &number)) return false;
+        value = number;
+        return true;
+    }
     bool read(std::string_view name, std::optional<Bytes>& value) {
         const void* bytes = nullptr;
         std::size_t size = 0;
