@@ -48,6 +48,8 @@ TEST(Program, WrongUsageSaysWhatIsWrongAndEndsWithTwo) {
         {"corvane measure --all body-tape", "excludes"},
         {"corvane measure body-tape --platform moon", "no platform \"moon\""},
         {"corvane measure body-tape --platform simulated --adapter hci0", "--adapter"},
+        {"corvane measure body-tape --platform simulated --notify-path socket", "--notify-path"},
+        {"corvane measure body-tape --notify-path pigeon", "signals"},
         {"corvane measure body-tape --platform simulated --fault gremlins", "adapter-cycle"},
         {"corvane measure body-tape --platform simulated --fault late --fault silent", "one fault"},
         {"corvane measure body-tape --timeout 0", "--timeout"},

@@ -199,7 +199,8 @@ private:
             ->capture_default_str()
             ->check(within(1, 1e6));
         command->add_flag("--json", options->json, "One JSON object per reading");
-        command->add_flag("--verbose", options->verbose, "Show the drivers' console lines");
+        command->add_flag("--verbose", options->verbose,
+                          "Show the drivers' console lines, and what BlueZ refuses");
         addProfile(command, options->arguments, /*any=*/false);
 
         command
@@ -209,6 +210,10 @@ private:
             ->capture_default_str();
         command->add_option("--adapter", platform.adapter, "Bluetooth adapter, such as hci0")
             ->type_name("NAME");
+        command
+            ->add_option("--notify-path", platform.notifyPath, "How BlueZ hands values over; auto is signals")
+            ->capture_default_str()
+            ->check(CLI::IsMember(notifyPathNames()));
 
         command->add_option("--seed", platform.seed, "Another seed, another run; 1 where it is not given")
             ->type_name("N")

@@ -58,7 +58,7 @@ void checkUsage(const MeasureOptions& options) {
 class MeasureCommand {
 public:
     explicit MeasureCommand(const MeasureOptions& options)
-        : options_(options), host_(openPlatform(options.platform)), script_(options.record),
+        : options_(options), host_(openPlatform(platformOptions())), script_(options.record),
           trace_(options.trace), report_(form(options), options.models.size(), console_) {
         for (const Model* model : options.models) add(*model);
     }
@@ -77,6 +77,13 @@ public:
     }
 
 private:
+    PlatformOptions platformOptions() {
+        PlatformOptions platform = options_.platform;
+        if (options_.verbose)
+            platform.diagnostics = [this](std::string_view line) { console_.message(line); };
+        return platform;
+    }
+
     static MeasureReport::Form form(const MeasureOptions& options) {
         if (options.json) return MeasureReport::Form::json;
         return options.models.size() > 1 ? MeasureReport::Form::table : MeasureReport::Form::lines;

@@ -32,9 +32,19 @@ private:
 };
 
 #ifdef CORVANE_TOOL_HAS_BLUEZ
+BlueZNotifyPath notifyPath(std::string_view name) {
+    if (name == "socket") return BlueZNotifyPath::socket;
+    if (name == "signals") return BlueZNotifyPath::signals;
+    return BlueZNotifyPath::automatic;
+}
+
 class BlueZHost final : public HostPlatform {
 public:
-    explicit BlueZHost(const PlatformOptions& options) : platform_({.adapter = options.adapter}) {}
+    explicit BlueZHost(const PlatformOptions& options)
+        : platform_({.adapter = options.adapter,
+                     .busAddress = {},
+                     .notifyPath = notifyPath(options.notifyPath),
+                     .diagnostics = options.diagnostics}) {}
 
     Platform& platform() override { return platform_; }
     std::chrono::nanoseconds now() const override {
@@ -104,8 +114,9 @@ void checkUsage(const Entry& entry, const PlatformOptions& options) {
         options.seed || options.realTime || !faults.radio.empty() || faults.device != EmulatorFault{};
     if (entry.real && emulates)
         throw Failure(ExitStatus::wrongUsage, "--seed, --real-time and --fault are for --platform simulated");
-    if (!entry.real && !options.adapter.empty())
-        throw Failure(ExitStatus::wrongUsage, "--adapter is for a real radio");
+    const bool choosesRadio = !options.adapter.empty() || options.notifyPath != PlatformOptions().notifyPath;
+    if (!entry.real && choosesRadio)
+        throw Failure(ExitStatus::wrongUsage, "--adapter and --notify-path are for a real radio");
 }
 
 }  // namespace
@@ -134,5 +145,7 @@ std::string platformNames() {
     for (const Entry& entry : entries) names += ' ' + std::string(entry.name);
     return names;
 }
+
+std::vector<std::string> notifyPathNames() { return {"auto", "socket", "signals"}; }
 
 }  // namespace corvane::tool

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "corvane/framework/model.h"
 #include "corvane/platform/platform.h"
@@ -17,7 +18,11 @@ namespace corvane::tool {
 
 struct PlatformOptions {
     std::string name = "auto";
-    std::string adapter;  ///< For a real radio; empty for the first one.
+    // For BlueZ:
+    std::string adapter;  ///< Empty for the first one.
+    std::string notifyPath = "auto";
+    /// Told what the system refuses, and what is tried again. May be absent.
+    std::function<void(std::string_view line)> diagnostics;
     // For the simulated one:
     std::optional<std::uint64_t> seed;
     bool realTime = false;
@@ -48,5 +53,8 @@ std::unique_ptr<HostPlatform> openPlatform(const PlatformOptions& options);
 
 /// The names that it knows, as a list to read.
 std::string platformNames();
+
+/// The ways on which BlueZ can hand over values.
+std::vector<std::string> notifyPathNames();
 
 }  // namespace corvane::tool
