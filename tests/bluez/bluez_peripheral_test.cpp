@@ -245,6 +245,13 @@ TEST_F(BlueZPeripheralTest, TellsTheEndOfALinkAndBeginsTheNextAnew) {
     EXPECT_TRUE(runUntil([&] { return service.calls["Disconnect"] == 1; }));
 }
 
+TEST_F(BlueZPeripheralTest, LinksToACentralThatIsQuickerThanTheAnswer) {
+    side.whenAdvertised = [this] { side.link(); };
+    start();
+    EXPECT_TRUE(reaches(State::linked));
+    EXPECT_THAT(device->heard, ElementsAre("linked"));
+}
+
 // A mouse that is linked to the adapter all the while.
 TEST_F(BlueZPeripheralTest, KnowsItsCentralFromWhoWasThereBefore) {
     side.link(2);

@@ -139,6 +139,7 @@ void PeripheralSide::registerAdvertisement(const IncomingCall& call) {
         if (reply.failed() || !facts.read(reply.message()))
             return service_.answer(call, {"org.bluez.Error.Failed", "Failed to parse advertisement."});
         advertised = facts.name;
+        if (whenAdvertised) whenAdvertised();
         service_.answer(call);
     });
 }

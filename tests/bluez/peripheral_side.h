@@ -29,6 +29,9 @@ public:
     /// What was notified, by the characteristic's UUID, in order: "1:0102".
     std::vector<std::string> values;
 
+    /// Called when the advertisement is on the air, before the device knows; may be absent.
+    std::function<void()> whenAdvertised;
+
     bool isOnTheAir() const { return !application_.empty() && !advertised.empty(); }
     /// The bus name of who has registered.
     const std::string& client() const { return client_; }
