@@ -48,6 +48,19 @@ TEST(BlueZMeasure, ReadsAllModelsAtOnceWhereThereIsAnAdapter) {
     EXPECT_EQ(machine.leftovers(), "");
 }
 
+TEST(BlueZMeasure, TakesValuesOnTheWayThatIsChosen) {
+    for (const std::string way : {"auto", "signals", "socket"}) {
+        BlueZMachine machine;
+        addEmulator(machine, ECGTD4257Device::model);
+        const Ran ran = machine.run("corvane measure ecg-td4257 --json --notify-path " + way);
+        EXPECT_EQ(ran.status, 0) << way << '\n' << ran.err;
+        EXPECT_EQ(readingsIn(ran.out).size(), 1u);
+        EXPECT_EQ(machine.service.calls["AcquireNotify"] > 0, way == "socket");
+        EXPECT_EQ(machine.service.calls["StartNotify"] > 0, way != "socket");
+        EXPECT_EQ(machine.leftovers(), "");
+    }
+}
+
 TEST(BlueZMeasure, SaysWhatIsMissingAndNeverEmulatesByItself) {
     struct Case {
         const char* arguments;
