@@ -4,11 +4,12 @@
 
 namespace corvane::benchmarks {
 
-/// What this program has asked of the heap so far, through `new`.
-struct Heap {
-    std::size_t allocations = 0;
-    std::size_t bytes = 0;  ///< Held now, as the allocator rounds them.
-};
-Heap heap();
+/// How often this program has asked the heap for memory so far, through `new`.
+std::size_t allocations();
+
+/// From here on the heap is weighed, which takes time of its own.
+void startWeighing();
+/// Bytes that are held beyond those at the start, as the allocator rounds them.
+std::ptrdiff_t stopWeighing();
 
 }  // namespace corvane::benchmarks

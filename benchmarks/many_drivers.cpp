@@ -16,7 +16,8 @@ double processorTime() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-// They come one after another, as users do: all adverts at once would be the square of them.
+// They come one after another, as users do: all adverts at once would be the square of them. Each goes after
+// a minute of its own, so that one that came first does not do more than the others.
 void minute(benchmark::State& state) {
     const auto count = static_cast<std::size_t>(state.range(0));
     std::size_t linked = 0;
@@ -30,12 +31,19 @@ void minute(benchmark::State& state) {
             const Model& model = *models()[i % models().size()];
             EmulatorOptions device;
             device.seed = i + 1;
-            radio.add(makeEmulator(model, device));
+            const std::shared_ptr<PeripheralDevice> emulator = makeEmulator(model, device);
+            radio.add(emulator);
             drivers.push_back(makeDevice(model, {}, radio));
             const std::size_t before = linked;
-            drivers.back()->stateConnection = [&](StateDeviceConnection) { ++linked; };
+            drivers.back()->stateConnection = [&](StateDeviceConnection state) {
+                if (state == StateDeviceConnection::connect) ++linked;
+            };
             drivers.back()->startScan();
             radio.runUntil([&] { return linked > before; }, 1min);
+            radio.mainQueue().at(radio.now() + 1min, [&, i, emulator] {
+                radio.remove(*emulator);
+                drivers[i].reset();
+            });
         }
         radio.runFor(1min);
         state.SetIterationTime((processorTime() - began) / static_cast<double>(count));
@@ -51,7 +59,7 @@ void idle(benchmark::State& state) {
         radio.logSink = [](std::string_view) {};
         std::vector<std::shared_ptr<DeviceBase>> drivers;
         drivers.reserve(count);
-        const Heap before = heap();
+        startWeighing();
         const double began = processorTime();
         for (std::size_t i = 0; i < count; ++i) {
             drivers.push_back(makeDevice(*models()[i % models().size()], {}, radio));
@@ -59,8 +67,7 @@ void idle(benchmark::State& state) {
         }
         radio.runFor(10s);
         state.SetIterationTime((processorTime() - began) / static_cast<double>(count));
-        state.counters["bytes"] =
-            static_cast<double>(heap().bytes - before.bytes) / static_cast<double>(count);
+        state.counters["bytes"] = static_cast<double>(stopWeighing()) / static_cast<double>(count);
     }
 }
 

@@ -39,7 +39,8 @@ double medianTime(int runs, Prepare&& prepare, Run&& run) {
 template <class Driver>
 class LinkedDriver {
 public:
-    explicit LinkedDriver(const std::function<void(const typename Driver::InfoType&)>& onRecord)
+    template <class OnRecord>
+    explicit LinkedDriver(OnRecord onRecord)
         : platform_(*makeEmulatorOf<Driver>({})), driver_(makeDriver<Driver>({}, platform_)) {
         driver_->stateLoading = [onRecord](const StateDeviceLoading<typename Driver::InfoType>& state) {
             if (state.success()) onRecord(*state.success());

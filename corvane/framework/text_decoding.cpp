@@ -5,6 +5,7 @@
 #include <clocale>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 
 namespace corvane {
@@ -63,17 +64,18 @@ bool isDecimalNumber(std::string_view text) {
 // both whole numbers that a double holds, so that their quotient is rounded once and is as good as the
 // library's.
 std::optional<double> shortDecimal(std::string_view text) {
-    constexpr std::size_t mostDigits = 15;
-    if (FLT_EVAL_METHOD != 0 || text.size() > mostDigits) return std::nullopt;
+    constexpr double powersOfTen[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                      1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    if (FLT_EVAL_METHOD != 0 || text.size() >= std::size(powersOfTen)) return std::nullopt;
     const bool negative = text.starts_with('-');
     if (!text.empty() && isSign(text[0])) text.remove_prefix(1);
     std::int64_t digits = 0;
-    std::int64_t scale = 1;
+    std::size_t decimals = 0;
     bool point = false;
     for (const char c : text) {
         if (isDigit(c)) {
             digits = digits * 10 + (c - '0');
-            if (point) scale *= 10;
+            if (point) ++decimals;
         } else if (c == '.' && !point) {
             point = true;
         } else {
@@ -81,7 +83,7 @@ std::optional<double> shortDecimal(std::string_view text) {
         }
     }
     if (text.size() == (point ? 1 : 0)) return std::nullopt;
-    const double value = static_cast<double>(digits) / static_cast<double>(scale);
+    const double value = static_cast<double>(digits) / powersOfTen[decimals];
     return negative ? -value : value;
 }
 

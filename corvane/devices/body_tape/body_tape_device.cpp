@@ -18,21 +18,16 @@ constexpr LinkProfile profile{
     .notFound = "BodyTapeInfo not found",
 };
 
-struct Marker {
-    std::string_view text;
-    BodyTapeUnitType unit;
-};
-
-// In the order in which they are looked for: a text with both is in inches.
-constexpr Marker markers[] = {{"PI", BodyTapeUnitType::inch}, {"PM", BodyTapeUnitType::cm}};
-
+// A text with both markers is in inches.
 std::optional<BodyTapeInfo> decode(std::string_view text, const std::string& uuid) {
-    for (const Marker& marker : markers) {
-        const std::size_t at = text.find(marker.text);
-        if (at == std::string_view::npos) continue;
-        return BodyTapeInfo{.measure = parseDecimal(text.substr(0, at)), .unit = marker.unit, .uuid = uuid};
-    }
-    return std::nullopt;
+    const std::size_t inches = text.find("PI");
+    const std::size_t end = inches != text.npos ? inches : text.find("PM");
+    if (end == text.npos) return std::nullopt;
+    return BodyTapeInfo{
+        .measure = parseDecimal(text.substr(0, end)),
+        .unit = inches != text.npos ? BodyTapeUnitType::inch : BodyTapeUnitType::cm,
+        .uuid = uuid,
+    };
 }
 
 class BodyTapeSession final : public Session<BodyTapeInfo> {
