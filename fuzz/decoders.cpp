@@ -78,13 +78,15 @@ private:
         return *emulator;
     }
 
-    void notify(std::uint8_t how, Bytes value) {
+    // The value is a block of its own, so that a read beyond its end is seen.
+    void notify(std::uint8_t how, Bytes input) {
+        const std::vector<std::uint8_t> value(input.begin(), input.end());
         const CBError error{"a platform error"};
         const auto& all = platform_.peripheral->characteristics;
         const bool absent = (how & 0x70) == 0x70;
         if (const auto link = platform_.peripheral->delegate.lock()) {
             link->didUpdateValueFor(platform_.peripheral, all[how / 16 % all.size()],
-                                    absent ? std::nullopt : std::optional(value),
+                                    absent ? std::nullopt : std::optional<Bytes>(value),
                                     how & 0x80 ? &error : nullptr);
         }
     }
