@@ -93,7 +93,7 @@ int main(int count, char** arguments) {
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
 
     std::vector<char*> all(arguments, arguments + count);
-    char repetitions[] = "--benchmark_repetitions=9";
+    char repetitions[] = "--benchmark_repetitions=25";
     char interleaved[] = "--benchmark_enable_random_interleaving=true";
     all.insert(all.begin() + 1, {repetitions, interleaved});
     int allCount = static_cast<int>(all.size());
