@@ -169,15 +169,8 @@ private:
         return result >= 0;
     }
 
-    /// The one asked for, or else one that is on, or any.
-    const AdapterNode* chosen() const {
-        const AdapterNode* best = nullptr;
-        for (const auto& [path, adapter] : tree_.adapters()) {
-            if (!options_.adapter.empty() && adapter.name() != options_.adapter) continue;
-            if (!best || adapter.powered > best->powered) best = &adapter;
-        }
-        return best;
-    }
+    /// The one that a measurement would take.
+    const AdapterNode* chosen() const { return tree_.chooseAdapter(options_.adapter); }
 
     std::string adapterNames() const {
         std::string names;

@@ -20,6 +20,11 @@ constexpr std::size_t longestPath = 255;
 constexpr std::size_t longestName = 248;
 constexpr std::size_t longestValue = 512;
 
+// hci2 before hci10.
+bool comesBefore(const AdapterNode& a, const AdapterNode& b) {
+    return std::pair(a.path.size(), a.path) < std::pair(b.path.size(), b.path);
+}
+
 bool isAddress(std::string_view text) {
     if (text.size() != 17) return false;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -244,6 +249,17 @@ void ObjectTree::characteristicPropertiesChanged(sd_bus_message* signal, std::st
         return;
     if (notifying) observer_.notifyingChanged(path, *notifying);
     if (value && value->size() <= longestValue) observer_.valueChanged(path, *value);
+}
+
+const AdapterNode* ObjectTree::chooseAdapter(std::string_view named) const {
+    const AdapterNode* best = nullptr;
+    for (const auto& [path, candidate] : adapters_) {
+        if (!named.empty() && candidate.name() != named) continue;
+        const bool isBetter = !best || candidate.powered > best->powered ||
+                              (candidate.powered == best->powered && comesBefore(candidate, *best));
+        if (isBetter) best = &candidate;
+    }
+    return best;
 }
 
 DeviceNode* ObjectTree::device(std::string_view path) {

@@ -89,6 +89,9 @@ public:
     void propertiesChanged(sd_bus_message* signal);
 
     const std::map<std::string, AdapterNode, std::less<>>& adapters() const { return adapters_; }
+    /// The adapter of this name, or where none is named, the first that is on, or else the first. Null when
+    /// there is none.
+    const AdapterNode* chooseAdapter(std::string_view named) const;
     DeviceNode* device(std::string_view path);
     /// Calls `visit(DeviceNode&)` for each device of the adapter.
     template <class Visit>

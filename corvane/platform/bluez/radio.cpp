@@ -10,11 +10,6 @@ namespace {
 // How long a service that went away may take until it and its adapter are back.
 constexpr auto recoveryTime = std::chrono::seconds(10);
 
-// hci2 before hci10.
-bool comesBefore(const AdapterNode& a, const AdapterNode& b) {
-    return std::pair(a.path.size(), a.path) < std::pair(b.path.size(), b.path);
-}
-
 }  // namespace
 
 Radio::Radio(BlueZOptions options, EventLoop& loop)
@@ -94,21 +89,10 @@ void Radio::adaptersChanged() {
     if (used && used->powered) return publish();
     // The loss of one adapter is told before another one takes its place.
     if (published_ == CBManagerState::poweredOn) publish();
-    const AdapterNode* chosen = chooseAdapter();
+    const AdapterNode* chosen = tree().chooseAdapter(options_.adapter);
     adapter_ = chosen ? chosen->path : std::string();
     if (chosen) recovery_.reset();
     publish();
-}
-
-const AdapterNode* Radio::chooseAdapter() const {
-    const AdapterNode* best = nullptr;
-    for (const auto& [path, candidate] : service_.tree().adapters()) {
-        if (!options_.adapter.empty() && candidate.name() != options_.adapter) continue;
-        const bool isBetter = !best || candidate.powered > best->powered ||
-                              (candidate.powered == best->powered && comesBefore(candidate, *best));
-        if (isBetter) best = &candidate;
-    }
-    return best;
 }
 
 void Radio::add(Central& central) {

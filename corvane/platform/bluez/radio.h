@@ -56,7 +56,6 @@ private:
     void serviceChanged();
     void waitForRecovery();
     const AdapterNode* adapter() const;
-    const AdapterNode* chooseAdapter() const;
     void publish();
     void loseLinks();
     void linkChanged(Link& link);
