@@ -4,7 +4,9 @@
 #include <sys/socket.h>
 
 #include <cstdlib>
+#include <functional>
 
+#include "corvane/platform/bluez/attribute.h"
 #include "corvane/platform/bluez/bus.h"
 #include "corvane/platform/bluez/object_tree.h"
 #include "fuzz/input.h"
@@ -61,7 +63,7 @@ private:
         must(!tree->device(device.path));
         must(tree->services(device.path).empty());
     }
-    void valueChanged(std::string_view, Bytes value) override { must(value.size() <= 512); }
+    void valueChanged(std::string_view, Bytes value) override { must(value.size() <= longestValue); }
     void notifyingChanged(std::string_view, bool) override {}
 
     void look(DeviceNode& device) {
@@ -113,32 +115,29 @@ private:
         }
     }
     void appendObjects() {
-        sd_bus_message_open_container(message_, 'a', "{oa{sa{sv}}}");
-        while (more()) {
-            sd_bus_message_open_container(message_, 'e', "oa{sa{sv}}");
+        appendDictionary("oa{sa{sv}}", [this] {
             sd_bus_message_append_basic(message_, 'o', pick(paths));
             appendInterfaces();
-            sd_bus_message_close_container(message_);
-        }
-        sd_bus_message_close_container(message_);
+        });
     }
     void appendInterfaces() {
-        sd_bus_message_open_container(message_, 'a', "{sa{sv}}");
-        while (more()) {
-            sd_bus_message_open_container(message_, 'e', "sa{sv}");
+        appendDictionary("sa{sv}", [this] {
             appendName(pick(interfaces));
             appendProperties();
-            sd_bus_message_close_container(message_);
-        }
-        sd_bus_message_close_container(message_);
+        });
     }
     void appendProperties() {
-        sd_bus_message_open_container(message_, 'a', "{sv}");
-        while (more()) {
-            sd_bus_message_open_container(message_, 'e', "sv");
+        appendDictionary("sv", [this] {
             const Property& property = pick(properties);
             appendName(property.name);
             appendVariant(input_.byte() == 0xFF ? static_cast<Kind>(input_.byte() % kinds) : property.kind);
+        });
+    }
+    void appendDictionary(const std::string& types, const std::function<void()>& appendEntry) {
+        sd_bus_message_open_container(message_, 'a', ('{' + types + '}').c_str());
+        while (more()) {
+            sd_bus_message_open_container(message_, 'e', types.c_str());
+            appendEntry();
             sd_bus_message_close_container(message_);
         }
         sd_bus_message_close_container(message_);

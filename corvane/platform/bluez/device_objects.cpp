@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "corvane/platform/bluez/attribute.h"
 #include "corvane/platform/bluez/property_reader.h"
 
 namespace corvane::bluez {
@@ -12,9 +13,6 @@ namespace {
 constexpr const char* serviceInterface = "org.bluez.GattService1";
 constexpr const char* characteristicInterface = "org.bluez.GattCharacteristic1";
 constexpr const char* advertisementInterface = "org.bluez.LEAdvertisement1";
-
-// The longest value that an attribute can have.
-constexpr std::size_t longestValue = 512;
 
 struct FlagName {
     unsigned property;

@@ -8,11 +8,10 @@
 
 #include <array>
 
+#include "corvane/platform/bluez/attribute.h"
+
 namespace corvane::bluez {
 namespace {
-
-// No attribute is longer.
-constexpr std::size_t longestValue = 512;
 
 bool isSequencedPacketSocket(int descriptor) {
     int type = 0;

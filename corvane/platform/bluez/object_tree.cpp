@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "corvane/platform/bluez/attribute.h"
 #include "corvane/platform/bluez/device_identifier.h"
 #include "corvane/platform/bluez/property_reader.h"
 
@@ -16,9 +17,8 @@ constexpr std::string_view characteristicInterface = "org.bluez.GattCharacterist
 // More than any real neighbourhood, and little enough memory to bear.
 constexpr std::size_t mostObjects = 65'536;
 constexpr std::size_t longestPath = 255;
-// As the Bluetooth standard has them.
+// As the Bluetooth standard has it.
 constexpr std::size_t longestName = 248;
-constexpr std::size_t longestValue = 512;
 
 // hci2 before hci10.
 bool comesBefore(const AdapterNode& a, const AdapterNode& b) {
