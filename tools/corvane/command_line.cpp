@@ -301,7 +301,7 @@ private:
         command->add_option("--seed", options->seed, "Another seed, another device and person")
             ->type_name("N")
             ->capture_default_str();
-        command->add_option("--fault", *faults, "What the device does wrong")
+        command->add_option("--fault", *faults, "What the device does wrong, one of: " + deviceFaultNames())
             ->type_name("NAME")
             ->allow_extra_args(false);
         command->callback([=, this] {

@@ -40,10 +40,15 @@ Faults parseFaults(std::span<const std::string> names) {
     return faults;
 }
 
+std::string deviceFaultNames() {
+    std::string text;
+    for (const EmulatorFault& fault : emulatorFaults())
+        text += (text.empty() ? "" : " ") + emulatorFaultText(fault);
+    return text;
+}
+
 std::string faultNames() {
-    std::string text = "of the device:";
-    for (const EmulatorFault& fault : emulatorFaults()) text += ' ' + emulatorFaultText(fault);
-    text += "; of the radio:";
+    std::string text = "of the device: " + deviceFaultNames() + "; of the radio:";
     for (const RadioFault& fault : radioFaults()) {
         const std::string name = toText(fault);
         text += ' ';

@@ -19,7 +19,8 @@ struct Faults {
 /// name is a Failure whose text lists the names.
 Faults parseFaults(std::span<const std::string> names);
 
-/// The names, as a list to read.
+/// The names, as lists to read.
+std::string deviceFaultNames();
 std::string faultNames();
 
 }  // namespace corvane::tool
