@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tests/conformance/contract_lists.h"
+#include "tests/conformance/contracts.h"
 
 namespace corvane::conformance {
 namespace {
@@ -13,12 +13,7 @@ public:
 
 private:
     void TestBody() override {
-        Findings findings;
-        try {
-            contract_.check(*make_(), findings);
-        } catch (const Findings::Broken&) {
-        }
-        for (const std::string& failure : findings.failures) ADD_FAILURE() << failure;
+        for (const std::string& failure : failuresOf(contract_, make_)) ADD_FAILURE() << failure;
     }
 
     const Contract contract_;
@@ -29,13 +24,10 @@ private:
 
 bool registerConformance(const char* backEnd, const MakeBackEnd& make,
                          const std::vector<std::string_view>& except) {
-    for (const auto& list :
-         {platformContracts(), centralContracts(), peripheralContracts(), deviceContracts()}) {
-        for (const Contract& contract : list) {
-            if (std::find(except.begin(), except.end(), contract.name) != except.end()) continue;
-            testing::RegisterTest(backEnd, contract.name.data(), nullptr, nullptr, __FILE__, __LINE__,
-                                  [=]() -> testing::Test* { return new ContractTest(contract, make); });
-        }
+    for (const Contract& contract : contracts()) {
+        if (std::find(except.begin(), except.end(), contract.name) != except.end()) continue;
+        testing::RegisterTest(backEnd, contract.name.data(), nullptr, nullptr, __FILE__, __LINE__,
+                              [=]() -> testing::Test* { return new ContractTest(contract, make); });
     }
     return true;
 }

@@ -67,8 +67,12 @@ struct Contract {
     void (*check)(BackEnd&, Findings&);
 };
 
-/// Makes a test of each contract, on a fresh back end, except of those that the system behind the back end
-/// makes impossible.
+std::vector<Contract> contracts();
+
+/// What the check finds on a fresh back end.
+std::vector<std::string> failuresOf(const Contract& contract, const MakeBackEnd& make);
+
+/// Makes a test of each contract, except of those that the system behind the back end makes impossible.
 bool registerConformance(const char* backEnd, const MakeBackEnd& make,
                          const std::vector<std::string_view>& except = {});
 
