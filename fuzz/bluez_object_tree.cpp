@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <functional>
 
-#include "corvane/platform/bluez/attribute.h"
+#include "corvane/platform/bluez/bluez_names.h"
 #include "corvane/platform/bluez/bus.h"
 #include "corvane/platform/bluez/object_tree.h"
 #include "fuzz/input.h"

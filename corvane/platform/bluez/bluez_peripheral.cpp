@@ -11,6 +11,7 @@
 #include <optional>
 #include <set>
 
+#include "corvane/platform/bluez/bluez_names.h"
 #include "corvane/platform/bluez/bluez_service.h"
 #include "corvane/platform/bluez/device_objects.h"
 
@@ -20,8 +21,6 @@ using namespace bluez;
 
 namespace {
 
-constexpr const char* adapterInterface = "org.bluez.Adapter1";
-constexpr const char* deviceInterface = "org.bluez.Device1";
 constexpr const char* gattManager = "org.bluez.GattManager1";
 constexpr const char* advertisingManager = "org.bluez.LEAdvertisingManager1";
 constexpr const char* properties = "org.freedesktop.DBus.Properties";

@@ -12,14 +12,8 @@ constexpr std::string_view busName = "org.freedesktop.DBus";
 constexpr auto retryDelay = std::chrono::seconds(1);
 constexpr auto longestReconnectDelay = std::chrono::seconds(30);
 
-std::string_view senderOf(sd_bus_message* message) {
-    const char* sender = sd_bus_message_get_sender(message);
-    return sender ? std::string_view(sender) : std::string_view();
-}
-
 bool isNobodyThere(const Reply& reply) {
-    return reply.is("org.freedesktop.DBus.Error.ServiceUnknown") ||
-           reply.is("org.freedesktop.DBus.Error.NameHasNoOwner");
+    return reply.is(SD_BUS_ERROR_SERVICE_UNKNOWN) || reply.is(SD_BUS_ERROR_NAME_HAS_NO_OWNER);
 }
 
 Message noReply(const Message& call) {
@@ -115,7 +109,7 @@ void BlueZService::objectsArrived(const Reply& reply) {
         owner_ = reply.sender();
         reconnectDelay_ = std::chrono::seconds(1);
         setPresence(Presence::present);
-    } else if (reply.is("org.freedesktop.DBus.Error.AccessDenied")) {
+    } else if (reply.is(SD_BUS_ERROR_ACCESS_DENIED)) {
         diagnostics_(reply.errorText());
         setPresence(Presence::refused);
     } else if (isNobodyThere(reply)) {

@@ -24,8 +24,6 @@ int onSignal(sd_bus_message* message, void* handler, sd_bus_error*) noexcept {
     return 0;
 }
 
-std::string_view textOrEmpty(const char* text) { return text ? std::string_view(text) : std::string_view(); }
-
 int openBus(sd_bus** bus, const std::string& address) {
     if (address.empty()) return sd_bus_open_system(bus);
     int result = sd_bus_new(bus);
@@ -57,6 +55,10 @@ void Message::appendOptions(const char* name, const char* text) {
     }
 }
 
+std::string_view textOrEmpty(const char* text) { return text ? std::string_view(text) : std::string_view(); }
+
+std::string_view senderOf(sd_bus_message* message) { return textOrEmpty(sd_bus_message_get_sender(message)); }
+
 std::string_view Reply::errorName() const {
     const sd_bus_error* error = sd_bus_message_get_error(message_);
     return error ? textOrEmpty(error->name) : std::string_view();
@@ -67,7 +69,7 @@ std::string_view Reply::errorText() const {
     return error && error->message && *error->message ? std::string_view(error->message) : errorName();
 }
 
-std::string_view Reply::sender() const { return textOrEmpty(sd_bus_message_get_sender(message_)); }
+std::string_view Reply::sender() const { return senderOf(message_); }
 
 std::shared_ptr<Bus> Bus::open(const std::string& address, int& error) {
     sd_bus* bus = nullptr;

@@ -42,6 +42,11 @@ private:
     std::shared_ptr<sd_bus_message> message_;
 };
 
+/// Empty for null.
+std::string_view textOrEmpty(const char* text);
+/// The unique name of who has sent the message; empty where it says none.
+std::string_view senderOf(sd_bus_message* message);
+
 /// What came back from a call; valid while the handler runs.
 class Reply {
 public:

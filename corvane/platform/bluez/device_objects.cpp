@@ -4,14 +4,12 @@
 #include <optional>
 #include <string>
 
-#include "corvane/platform/bluez/attribute.h"
+#include "corvane/platform/bluez/bluez_names.h"
 #include "corvane/platform/bluez/property_reader.h"
 
 namespace corvane::bluez {
 namespace {
 
-constexpr const char* serviceInterface = "org.bluez.GattService1";
-constexpr const char* characteristicInterface = "org.bluez.GattCharacteristic1";
 constexpr const char* advertisementInterface = "org.bluez.LEAdvertisement1";
 
 struct FlagName {
@@ -23,8 +21,6 @@ constexpr FlagName flagNames[] = {{gatt::read, "read"},
                                   {gatt::write, "write"},
                                   {gatt::notify, "notify"},
                                   {gatt::indicate, "indicate"}};
-
-std::string_view textOf(const char* text) { return text ? std::string_view(text) : std::string_view(); }
 
 /// What BlueZ says about a read or a write.
 struct AccessOptions {
@@ -84,14 +80,14 @@ struct DeviceObjects::Calls {
 
     static int serviceProperty(sd_bus*, const char*, const char*, const char* name, sd_bus_message* reply,
                                void* of, sd_bus_error*) {
-        if (textOf(name) == "Primary") return sd_bus_message_append(reply, "b", 1);
+        if (textOrEmpty(name) == "Primary") return sd_bus_message_append(reply, "b", 1);
         return sd_bus_message_append(reply, "s", static_cast<const Service*>(of)->uuid.uuidString().c_str());
     }
 
     static int characteristicProperty(sd_bus*, const char*, const char*, const char* name,
                                       sd_bus_message* reply, void* of, sd_bus_error*) {
         const auto& self = *static_cast<const Characteristic*>(of);
-        const std::string_view wanted = textOf(name);
+        const std::string_view wanted = textOrEmpty(name);
         if (wanted == "Notifying") return sd_bus_message_append(reply, "b", self.notifying ? 1 : 0);
         if (wanted == "Service") return sd_bus_message_append(reply, "o", self.servicePath.c_str());
         if (wanted == "UUID") return sd_bus_message_append(reply, "s", self.uuid.uuidString().c_str());
@@ -103,7 +99,7 @@ struct DeviceObjects::Calls {
     // discoverable flag a central that scans without a filter never sees the device.
     static int advertisementProperty(sd_bus*, const char*, const char*, const char* name,
                                      sd_bus_message* reply, void* of, sd_bus_error*) {
-        const std::string_view wanted = textOf(name);
+        const std::string_view wanted = textOrEmpty(name);
         if (wanted == "Discoverable") return sd_bus_message_append(reply, "b", 1);
         if (wanted == "Type") return sd_bus_message_append(reply, "s", "peripheral");
         return sd_bus_message_append(reply, "s", static_cast<DeviceObjects*>(of)->device_.name().c_str());

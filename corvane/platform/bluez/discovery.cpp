@@ -1,18 +1,18 @@
 #include "corvane/platform/bluez/discovery.h"
 
+#include "corvane/platform/bluez/bluez_names.h"
 #include "corvane/platform/bluez/retry_delay.h"
 
 namespace corvane::bluez {
 namespace {
 
-constexpr const char* adapterInterface = "org.bluez.Adapter1";
 // So often "in progress", and a discovery of ours must be on whose start was never answered, or none is.
 constexpr unsigned mostInProgress = 8;
 
-bool isInProgress(const Reply& reply) { return reply.is("org.bluez.Error.InProgress"); }
+bool isInProgress(const Reply& reply) { return reply.is(errorInProgress); }
 
 bool isRefusal(const Reply& reply) {
-    return reply.is("org.freedesktop.DBus.Error.AccessDenied") || reply.is("org.bluez.Error.NotAuthorized");
+    return reply.is(SD_BUS_ERROR_ACCESS_DENIED) || reply.is("org.bluez.Error.NotAuthorized");
 }
 
 }  // namespace
@@ -109,7 +109,7 @@ void Discovery::stop() {
 
 void Discovery::stopped(const Reply& reply) {
     if (reply.failed()) observer_.diagnose("StopDiscovery", reply);
-    const bool mayGoOn = isInProgress(reply) || reply.is("org.freedesktop.DBus.Error.NoReply");
+    const bool mayGoOn = isInProgress(reply) || reply.is(SD_BUS_ERROR_NO_REPLY);
     // With any other answer it is off.
     if (!mayGoOn || failures_ >= mostInProgress) return ended();
     call_.reset();

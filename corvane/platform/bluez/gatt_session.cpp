@@ -4,12 +4,12 @@
 
 #include <algorithm>
 
+#include "corvane/platform/bluez/bluez_names.h"
 #include "corvane/platform/bluez/retry_delay.h"
 
 namespace corvane::bluez {
 namespace {
 
-constexpr const char* characteristicInterface = "org.bluez.GattCharacteristic1";
 // Longer than the 30 seconds that a device has for its answer.
 constexpr auto callTimeout = std::chrono::seconds(35);
 constexpr unsigned mostRefusals = 10;
@@ -115,7 +115,7 @@ void GattSession::answered(const Reply& reply) {
     if (operation.kind == Kind::acquireNotify) {
         // Somebody else may be subscribed already, or the device indicates: signals serve both.
         operation.kind = Kind::startNotify;
-    } else if (!reply.is("org.bluez.Error.InProgress") || ++operation.refusals > mostRefusals) {
+    } else if (!reply.is(errorInProgress) || ++operation.refusals > mostRefusals) {
         return done();
     } else {
         return retryLater();

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
+#include "corvane/platform/bluez/bluez_names.h"
 #include "corvane/platform/bluez/retry_delay.h"
 
 namespace corvane::bluez {
 namespace {
 
-constexpr const char* deviceInterface = "org.bluez.Device1";
 // BlueZ gives up after about 41 seconds. An attempt without any answer ends later.
 constexpr auto connectTimeout = std::chrono::seconds(60);
 constexpr auto disconnectTimeout = std::chrono::seconds(10);

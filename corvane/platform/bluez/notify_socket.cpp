@@ -1,14 +1,14 @@
 #include "corvane/platform/bluez/notify_socket.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <array>
+#include <cerrno>
 
-#include "corvane/platform/bluez/attribute.h"
+#include "corvane/platform/bluez/bluez_names.h"
 
 namespace corvane::bluez {
 namespace {

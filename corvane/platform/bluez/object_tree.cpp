@@ -2,17 +2,12 @@
 
 #include <algorithm>
 
-#include "corvane/platform/bluez/attribute.h"
+#include "corvane/platform/bluez/bluez_names.h"
 #include "corvane/platform/bluez/device_identifier.h"
 #include "corvane/platform/bluez/property_reader.h"
 
 namespace corvane::bluez {
 namespace {
-
-constexpr std::string_view adapterInterface = "org.bluez.Adapter1";
-constexpr std::string_view deviceInterface = "org.bluez.Device1";
-constexpr std::string_view serviceInterface = "org.bluez.GattService1";
-constexpr std::string_view characteristicInterface = "org.bluez.GattCharacteristic1";
 
 // More than any real neighbourhood, and little enough memory to bear.
 constexpr std::size_t mostObjects = 65'536;
@@ -217,10 +212,11 @@ void ObjectTree::removeDevice(const std::string& path) {
 }
 
 void ObjectTree::propertiesChanged(sd_bus_message* signal) {
-    const char* interface = nullptr;
+    const char* text = nullptr;
     const char* path = sd_bus_message_get_path(signal);
     if (!path || !sd_bus_message_has_signature(signal, "sa{sv}as")) return;
-    if (sd_bus_message_read_basic(signal, 's', &interface) <= 0) return;
+    if (sd_bus_message_read_basic(signal, 's', &text) <= 0) return;
+    const std::string_view interface = text;
     if (interface == deviceInterface) devicePropertiesChanged(signal, path);
     if (interface == characteristicInterface) characteristicPropertiesChanged(signal, path);
     if (interface == adapterInterface) adapterPropertiesChanged(signal, path);

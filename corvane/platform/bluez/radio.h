@@ -2,9 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "corvane/platform/bluez/bluez_platform.h"
