@@ -175,6 +175,11 @@ TEST(Doctor, FindsWhatIsMissingAndSaysWhatHelps) {
         {"none", [](bluez::StandIn& service) { service.vanish(); }, "service org.bluez: nobody",
          "bluetoothd"},
         {"none", refuse, R"(permission: Rejected \x1b send)", "adduser YOU bluetooth"},
+        {"none",
+         [](bluez::StandIn& service) {
+             service.refusals["GetManagedObjects"] = {{"org.freedesktop.DBus.Error.NoReply", "Timed out"}};
+         },
+         "permission: the service does not answer: Timed out", "systemctl restart bluetooth"},
         {"hard", nothing, "radio switch: hci0 is blocked by a switch", "Turn that switch"},
         {"soft", remove, "radio switch: a_bluetooth_sw is blocked by software", "rfkill unblock"},
         {"empty", remove, "adapter: neither the service nor the kernel knows of one", "dmesg"},

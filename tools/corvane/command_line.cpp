@@ -97,6 +97,7 @@ private:
     std::map<const CLI::App*, const char*> examples_;
 };
 
+constexpr const char* modelHelp = "Id or class, as `corvane models` lists them";
 constexpr const char* hidden = "";  // What only tests need.
 constexpr const char* simulatedGroup = "Simulated radio";
 constexpr const char* recordingGroup = "Recording of a single model";
@@ -187,8 +188,7 @@ private:
         auto seconds = std::make_shared<double>(60);
         auto all = std::make_shared<bool>(false);
 
-        PlatformOptions& platform = options->platform;
-        auto* models = command->add_option("MODEL", *names, "Id or class, as `corvane models` lists them");
+        auto* models = command->add_option("MODEL", *names, modelHelp);
         command->add_flag("--all", *all, "Every model")->excludes(models);
         command->add_option("--timeout", *seconds, "Give up when no reading has come for so long")
             ->type_name("SECONDS")
@@ -203,6 +203,19 @@ private:
                           "Show the drivers' console lines, and what BlueZ refuses");
         addProfile(command, options->arguments, /*any=*/false);
 
+        addRadio(command, options->platform, *faults);
+        addRecording(command, *options);
+        command->callback([=, this] {
+            command_ = [=] {
+                options->models = *all ? everyModel() : modelsNamed(*names);
+                options->timeout = nanoseconds(*seconds);
+                options->platform.faults = parseFaults(*faults);
+                return measure(*options);
+            };
+        });
+    }
+
+    static void addRadio(CLI::App* command, PlatformOptions& platform, std::vector<std::string>& faults) {
         command
             ->add_option("--platform", platform.name,
                          "One of: " + platformNames() + "; auto is this machine's Bluetooth")
@@ -220,26 +233,19 @@ private:
             ->group(simulatedGroup);
         command->add_flag("--real-time", platform.realTime, "Let time pass as it does")
             ->group(simulatedGroup);
-        command->add_option("--fault", *faults, "What goes wrong; may be repeated. There are " + faultNames())
+        command->add_option("--fault", faults, "What goes wrong; may be repeated. There are " + faultNames())
             ->type_name("NAME")
             ->allow_extra_args(false)
             ->group(simulatedGroup);
+    }
 
-        command->add_option("--record", options->record, "Write the session to this file, to be replayed")
+    static void addRecording(CLI::App* command, MeasureOptions& options) {
+        command->add_option("--record", options.record, "Write the session to this file, to be replayed")
             ->type_name("FILE")
             ->group(recordingGroup);
-        command->add_option("--trace", options->trace, "Write what the driver did to this file")
+        command->add_option("--trace", options.trace, "Write what the driver did to this file")
             ->type_name("FILE")
             ->group(recordingGroup);
-
-        command->callback([=, this] {
-            command_ = [=] {
-                options->models = *all ? everyModel() : modelsNamed(*names);
-                options->timeout = nanoseconds(*seconds);
-                options->platform.faults = parseFaults(*faults);
-                return measure(*options);
-            };
-        });
     }
 
     void addModels() {
@@ -254,7 +260,7 @@ private:
             addCommand("decode", "Show the records that notified values give", decodeExamples);
         auto options = std::make_shared<DecodeOptions>();
         auto name = std::make_shared<std::string>();
-        command->add_option("MODEL", *name, "Id or class, as `corvane models` lists them")->required();
+        command->add_option("MODEL", *name, modelHelp)->required();
         command
             ->add_option(
                 "HEX", options->values,
@@ -293,24 +299,20 @@ private:
         CLI::App* command = addCommand("emulate", "Put an emulated device on the air", emulateExamples);
         auto options = std::make_shared<EmulateOptions>();
         auto name = std::make_shared<std::string>();
-        auto faults = std::make_shared<std::vector<std::string>>();
-        command->add_option("MODEL", *name, "Id or class, as `corvane models` lists them")->required();
+        auto fault = std::make_shared<std::string>("none");
+        command->add_option("MODEL", *name, modelHelp)->required();
         command->add_option("--adapter", options->adapter, "Bluetooth adapter to advertise on")
             ->type_name("NAME")
             ->capture_default_str();
         command->add_option("--seed", options->seed, "Another seed, another device and person")
             ->type_name("N")
             ->capture_default_str();
-        command->add_option("--fault", *faults, "What the device does wrong, one of: " + deviceFaultNames())
-            ->type_name("NAME")
-            ->allow_extra_args(false);
+        command->add_option("--fault", *fault, "What the device does wrong, one of: " + deviceFaultNames())
+            ->type_name("NAME");
         command->callback([=, this] {
             command_ = [=] {
                 options->model = &modelNamed(*name);
-                const Faults parsed = parseFaults(*faults);
-                if (!parsed.radio.empty())
-                    throw Failure(ExitStatus::wrongUsage, "a fault of the radio is for the simulated one");
-                options->fault = parsed.device;
+                options->fault = parseDeviceFault(*fault);
                 return emulate(*options);
             };
         });

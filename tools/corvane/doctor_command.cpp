@@ -115,8 +115,12 @@ private:
         if (answered) tree_.load(reply);
         sd_bus_message_unref(reply);
         if (answered) return {};
-        return Finding{error_, "Run this in a local login session, or join the group of the bus policy: "
-                               "adduser YOU bluetooth, and log in again."};
+        if (denied_)
+            return Finding{error_, "Run this in a local login session, or join the group of the bus policy: "
+                                   "adduser YOU bluetooth, and log in again."};
+        return Finding{"the service does not answer: " + error_,
+                       "Restart it and look into its log: systemctl restart bluetooth; "
+                       "journalctl -u bluetooth."};
     }
 
     /// Some machines take a blocked adapter off the bus of its computer, so this comes before the adapter.
@@ -155,7 +159,7 @@ private:
                        "AutoEnable=true in /etc/bluetooth/main.conf."};
     }
 
-    /// Blocks; keeps what went wrong.
+    /// Blocks.
     bool ask(const char* service, const char* path, const char* interface, const char* method,
              sd_bus_message** reply, const char* argument = nullptr) {
         bluez::Message call = bus_->newCall(service, path, interface, method);
@@ -165,6 +169,7 @@ private:
         const int result =
             sd_bus_call(bus_->handle(), call.get(), static_cast<std::uint64_t>(limit), &error, reply);
         if (result < 0) error_ = error.message ? error.message : std::strerror(-result);
+        denied_ = sd_bus_error_has_name(&error, SD_BUS_ERROR_ACCESS_DENIED) > 0;
         sd_bus_error_free(&error);
         return result >= 0;
     }
@@ -183,7 +188,9 @@ private:
     std::shared_ptr<bluez::Bus> bus_;
     NoObserver nobody_;
     bluez::ObjectTree tree_{nobody_};
+    // Of the last call.
     std::string error_;
+    bool denied_ = false;
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "console.h"
 #include "corvane/platform/bluez/bluez_peripheral.h"
+#include "doctor_command.h"
 #include "emulators/emulator.h"
 #include "failure.h"
 #include "interruption.h"
@@ -20,10 +21,10 @@ ExitStatus emulate(const EmulateOptions& options) {
 
     // Whoever waits for the service or the adapter can be helped; whoever is refused cannot.
     const auto ended = [&] { return interruption.requested() || peripheral.state() == State::refused; };
-    while (!peripheral.runUntil(ended, std::chrono::hours(24))) {
-    }
+    peripheral.runUntil(ended, std::chrono::nanoseconds::max());
     if (!interruption.requested()) {
-        throw Failure(ExitStatus::noRadio, "this device cannot be put on the air of " + options.adapter);
+        throw Failure(ExitStatus::noRadio,
+                      "this device cannot be put on the air of " + options.adapter + doctorsHint);
     }
     return ExitStatus::interrupted;
 }

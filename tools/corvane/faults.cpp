@@ -16,6 +16,10 @@ bool addRadioFault(Faults& faults, std::string_view name) {
     return fault.has_value();
 }
 
+Failure unknown(std::string_view name, const std::string& known) {
+    return {ExitStatus::wrongUsage, "no fault \"" + std::string(name) + "\"; there are " + known};
+}
+
 bool addDeviceFault(Faults& faults, std::string_view name) {
     const std::optional<EmulatorFault> fault = parseEmulatorFault(name);
     if (!fault) return false;
@@ -33,22 +37,25 @@ Faults parseFaults(std::span<const std::string> names) {
         const bool known = name.starts_with(radioPrefix)
                                ? addRadioFault(faults, name.substr(radioPrefix.size()))
                                : addDeviceFault(faults, name) || addRadioFault(faults, name);
-        if (!known)
-            throw Failure(ExitStatus::wrongUsage,
-                          "no fault \"" + std::string(name) + "\"; there are " + faultNames());
+        if (!known) throw unknown(name, faultNames());
     }
     return faults;
+}
+
+EmulatorFault parseDeviceFault(const std::string& name) {
+    if (const auto fault = parseEmulatorFault(name)) return *fault;
+    throw unknown(name, deviceFaultNames());
 }
 
 std::string deviceFaultNames() {
     std::string text;
     for (const EmulatorFault& fault : emulatorFaults())
         text += (text.empty() ? "" : " ") + emulatorFaultText(fault);
-    return text;
+    return text + " (link-lost@3: at the third step)";
 }
 
 std::string faultNames() {
-    std::string text = "of the device: " + deviceFaultNames() + "; of the radio:";
+    std::string text = "the device's: " + deviceFaultNames() + "; the radio's:";
     for (const RadioFault& fault : radioFaults()) {
         const std::string name = toText(fault);
         text += ' ';

@@ -19,6 +19,9 @@ struct Faults {
 /// name is a Failure whose text lists the names.
 Faults parseFaults(std::span<const std::string> names);
 
+/// One of the device's, in the same way.
+EmulatorFault parseDeviceFault(const std::string& name);
+
 /// The names, as lists to read.
 std::string deviceFaultNames();
 std::string faultNames();

@@ -18,7 +18,7 @@ namespace {
 using namespace std::chrono_literals;
 using Measurements = std::vector<std::unique_ptr<Measurement>>;
 
-constexpr std::chrono::nanoseconds asLongAsItTakes = std::chrono::hours(24 * 365);
+constexpr auto asLongAsItTakes = std::chrono::nanoseconds::max();
 constexpr std::chrono::nanoseconds patienceAtTheEnd = 5s;
 
 /// What one driver sees of the platform: its lines and violations are told as this model's.
@@ -49,10 +49,9 @@ void checkUsage(const MeasureOptions& options) {
     const auto require = [](bool holds, const char* what) {
         if (!holds) throw Failure(ExitStatus::wrongUsage, what);
     };
-    const bool records = !options.record.empty() || !options.trace.empty();
     require(!options.models.empty(), "name a model, or use --all");
-    require(!records || options.models.size() == 1, "--record and --trace are for a single model");
-    require(!records || options.record != options.trace, "--record and --trace need a file each");
+    require(!options.records() || options.models.size() == 1, "--record and --trace are for a single model");
+    require(!options.records() || options.record != options.trace, "--record and --trace need a file each");
 }
 
 class MeasureCommand {
@@ -65,10 +64,11 @@ public:
 
     ExitStatus run() {
         for (const auto& measurement : measurements_) measurement->begin();
-        host_->runUntil([this] { return mustEnd() || everyOne(&Measurement::ended); }, asLongAsItTakes);
+        host_->runUntil([this] { return mustEnd() || count(&Measurement::ended) == measurements_.size(); },
+                        asLongAsItTakes);
         for (const auto& measurement : measurements_)
             measurement->end(ExitStatus::interrupted, "interrupted");
-        host_->runUntil([this] { return !anyOne(&Measurement::linked); }, patienceAtTheEnd);
+        host_->runUntil([this] { return count(&Measurement::linked) == 0; }, patienceAtTheEnd);
         for (const auto& measurement : measurements_) measurement->close();
         script_.close();
         trace_.close();
@@ -101,32 +101,27 @@ private:
                                 [this, setup, &platform = *platforms_.back()](sessions::HostListener to) {
                                     return makeDevice(setup, platform, std::move(to));
                                 },
-                            .renewsDevice = !records(),
+                            .renewsDevice = !options_.records(),
                             .count = options_.count,
-                            .timeout = options_.timeout},
+                            .timeout = options_.timeout,
+                            .helpWithRadio = host_->helpWithRadio()},
             host_->platform(), report_));
     }
 
     std::unique_ptr<sessions::HostDevice> makeDevice(const sessions::DeviceSetup& setup, Platform& platform,
                                                      sessions::HostListener listener) {
-        if (!records()) return makeHostDevice(setup, platform, std::move(listener));
+        if (!options_.records()) return makeHostDevice(setup, platform, std::move(listener));
         return makeRecordedDevice(
             setup, platform, std::move(listener),
             {.clock = [this] { return host_->now(); }, .script = script_.stream(), .trace = trace_.stream()});
     }
 
-    /// A recording holds one driver, from its making to its end.
-    bool records() const { return !options_.record.empty() || !options_.trace.empty(); }
-
     bool mustEnd() const { return interruption_.requested() || report_.failed(); }
 
-    bool everyOne(bool (Measurement::*is)() const) const {
-        return std::all_of(measurements_.begin(), measurements_.end(),
-                           [is](const auto& measurement) { return (*measurement.*is)(); });
-    }
-    bool anyOne(bool (Measurement::*is)() const) const {
-        return std::any_of(measurements_.begin(), measurements_.end(),
-                           [is](const auto& measurement) { return (*measurement.*is)(); });
+    std::size_t count(bool (Measurement::*is)() const) const {
+        const auto found = std::count_if(measurements_.begin(), measurements_.end(),
+                                         [is](const auto& measurement) { return (*measurement.*is)(); });
+        return static_cast<std::size_t>(found);
     }
 
     /// The worst of all.

@@ -22,6 +22,9 @@ struct MeasureOptions {
     // Both only for a single model; empty for none.
     std::string record;
     std::string trace;
+
+    /// A recording holds one driver, from its making to its end.
+    bool records() const { return !record.empty() || !trace.empty(); }
 };
 
 /// Reads the devices, each with a driver of its own, all at once.

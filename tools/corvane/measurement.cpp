@@ -39,7 +39,7 @@ void Measurement::end(ExitStatus status, std::string text) {
     deadline_.reset();
     silence_.reset();
     setStage("ended");
-    if (linked_) after([this] { call("disconnect"); });
+    after([this] { linked_ ? call("disconnect") : close(); });
 }
 
 void Measurement::heard(const HostReport& report) {
@@ -77,15 +77,18 @@ void Measurement::radioChanged(std::string_view state) {
     } else if (radioWasOn_) {
         setStage("waiting for the radio");
     } else if (radio_ != "resetting") {
-        end(ExitStatus::noRadio, radioText(radio_));
+        endWithoutRadio();
     }
 }
+
+void Measurement::endWithoutRadio() { end(ExitStatus::noRadio, radioText(radio_) + plan_.helpWithRadio); }
 
 void Measurement::connectionChanged(bool linked) {
     linked_ = linked;
     silence_.reset();
-    if (ended_) return;
-    if (linked) {
+    if (ended_) {
+        if (!linked) after([this] { close(); });
+    } else if (linked) {
         setStage("linked");
     } else {
         after([this] { beginAgain(); });
@@ -138,7 +141,7 @@ void Measurement::setDeadline() {
         if (radioOn()) {
             end(ExitStatus::timedOut, "timed out while " + std::string(stage_));
         } else {
-            end(ExitStatus::noRadio, radioText(radio_));
+            endWithoutRadio();
         }
     });
 }

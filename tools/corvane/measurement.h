@@ -31,6 +31,8 @@ struct MeasurementPlan {
     bool renewsDevice = true;
     unsigned count = 1;
     std::chrono::nanoseconds timeout{};  ///< For each reading.
+    /// What a text about a radio that cannot be used ends with.
+    std::string helpWithRadio{};
 };
 
 /// Reads one device: finds it, asks it where it has to be asked, finds it again when the link is lost, until
@@ -41,10 +43,11 @@ public:
 
     void begin();
 
-    /// Ends it and the link, if it has not ended already. The text is empty, or says why.
+    /// Ends it and its link, and then lets the driver go, if it has not ended already. The text is empty, or
+    /// says why.
     void end(ExitStatus status, std::string text);
 
-    /// Lets the driver go, which ends whatever it still has.
+    /// Lets the driver go at once, with whatever it still has.
     void close() { device_.reset(); }
 
     const Model& model() const { return *plan_.model; }
@@ -67,6 +70,7 @@ private:
     void beginAgain();
     void call(std::string_view operation);
     void after(std::function<void()> task);
+    void endWithoutRadio();
     void setDeadline();
     void setStage(std::string_view stage);
     bool radioOn() const { return radio_ == "poweredOn"; }

@@ -6,6 +6,7 @@
 
 #ifdef CORVANE_TOOL_HAS_BLUEZ
 #include "corvane/platform/bluez/bluez_platform.h"
+#include "doctor_command.h"
 #endif
 
 namespace corvane::tool {
@@ -55,6 +56,8 @@ public:
         return platform_.runUntil(done, limit);
     }
 
+    const char* helpWithRadio() const override { return doctorsHint; }
+
     bool hasAdapter() {
         constexpr std::chrono::seconds patience{5};
         const auto state = std::make_shared<FirstState>();
@@ -83,10 +86,6 @@ std::unique_ptr<HostPlatform> openBlueZ(const PlatformOptions& options) {
     if (!host->hasAdapter()) return nullptr;
     return host;
 }
-#endif
-
-#ifdef CORVANE_TOOL_HAS_BLUEZ
-constexpr const char* doctorsHint = " (corvane doctor says why)";
 #else
 constexpr const char* doctorsHint = "";
 #endif
@@ -127,10 +126,8 @@ std::unique_ptr<HostPlatform> openPlatform(const PlatformOptions& options) {
         const bool chosen = options.name == entry.name;
         known = known || chosen;
         if (!chosen && !(options.name == "auto" && entry.real)) continue;
-        auto platform = entry.open(options);
-        if (!platform) continue;
         checkUsage(entry, options);
-        return platform;
+        if (auto platform = entry.open(options)) return platform;
     }
     if (!known)
         throw Failure(ExitStatus::wrongUsage,

@@ -39,6 +39,9 @@ public:
     /// The platform's time, from whenever on.
     virtual std::chrono::nanoseconds now() const = 0;
 
+    /// What a text about a radio that cannot be used ends with.
+    virtual const char* helpWithRadio() const { return ""; }
+
     /// Brings a device of this model into reach, where devices are emulated.
     virtual void place(const Model& /*model*/) {}
 

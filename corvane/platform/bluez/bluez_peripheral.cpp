@@ -88,6 +88,8 @@ private:
         pending_ = service_.call(message, std::move(handler));
     }
     Message newAliasCall(const std::string& alias);
+    Message newManagerCall(const char* manager, const char* method, const char* path);
+    void lookForCentralAmongAll();
 
     EventLoop loop_;
     const std::shared_ptr<PeripheralDevice> device_;
@@ -96,7 +98,8 @@ private:
     State state_ = State::waiting;
     std::string lastLine_;
     std::string central_;  // Path of the linked central; empty without a link.
-    // Paths of what was linked to the adapter before this device was on the air: mice, headphones.
+    bool used_ = false;    // By the central, which shows that it is one.
+    // Paths of what is linked to the adapter for other reasons: mice, headphones.
     std::set<std::string> strangers_;
     std::optional<std::string> formerAlias_;
     std::map<std::uint64_t, std::unique_ptr<Timer>> tasks_;
@@ -110,8 +113,7 @@ BlueZPeripheral::Registration::~Registration() {
     // A central that stayed linked would find nothing any more.
     disconnect();
     giveUp(State::waiting, "withdrawn");
-    if (const Message call = formerAlias_ ? newAliasCall(*formerAlias_) : Message(); call.get())
-        service_.send(call);
+    if (formerAlias_) service_.send(newAliasCall(*formerAlias_));
 }
 
 void BlueZPeripheral::Registration::presenceChanged() {
@@ -160,6 +162,13 @@ Message BlueZPeripheral::Registration::newAliasCall(const std::string& alias) {
     return message;
 }
 
+Message BlueZPeripheral::Registration::newManagerCall(const char* manager, const char* method,
+                                                      const char* path) {
+    Message message = service_.newCall(adapterPath_, manager, method);
+    if (message.get()) message.append("o", path);
+    return message;
+}
+
 void BlueZPeripheral::Registration::setAlias() {
     call(newAliasCall(device_->name()), [this](const Reply& reply) {
         if (reply.failed()) return refuse("setting the adapter's name", reply);
@@ -168,8 +177,7 @@ void BlueZPeripheral::Registration::setAlias() {
 }
 
 void BlueZPeripheral::Registration::registerApplication() {
-    Message message = service_.newCall(adapterPath_, gattManager, "RegisterApplication");
-    message.append("o", DeviceObjects::applicationPath);
+    Message message = newManagerCall(gattManager, "RegisterApplication", DeviceObjects::applicationPath);
     message.appendOptions();
     call(message, [this](const Reply& reply) {
         if (reply.failed()) return refuse("registering the services", reply);
@@ -178,8 +186,8 @@ void BlueZPeripheral::Registration::registerApplication() {
 }
 
 void BlueZPeripheral::Registration::registerAdvertisement() {
-    Message message = service_.newCall(adapterPath_, advertisingManager, "RegisterAdvertisement");
-    message.append("o", DeviceObjects::advertisementPath);
+    Message message =
+        newManagerCall(advertisingManager, "RegisterAdvertisement", DeviceObjects::advertisementPath);
     message.appendOptions();
     call(message, [this](const Reply& reply) {
         if (reply.failed()) return refuse("registering the advertisement", reply);
@@ -205,13 +213,9 @@ void BlueZPeripheral::Registration::giveUp(State state, std::string_view line) {
 // Whatever of it the service has: an adapter that goes off forgets its advertisement, say, but the service
 // keeps it, and would refuse it the next time. What it does not have it need not be asked about.
 void BlueZPeripheral::Registration::withdraw() {
-    Message advertisement = service_.newCall(adapterPath_, advertisingManager, "UnregisterAdvertisement");
-    Message application = service_.newCall(adapterPath_, gattManager, "UnregisterApplication");
-    if (!advertisement.get()) return;
-    advertisement.append("o", DeviceObjects::advertisementPath);
-    service_.send(advertisement);
-    application.append("o", DeviceObjects::applicationPath);
-    service_.send(application);
+    service_.send(
+        newManagerCall(advertisingManager, "UnregisterAdvertisement", DeviceObjects::advertisementPath));
+    service_.send(newManagerCall(gattManager, "UnregisterApplication", DeviceObjects::applicationPath));
 }
 
 void BlueZPeripheral::Registration::change(State state, std::string_view line) {
@@ -230,11 +234,17 @@ void BlueZPeripheral::Registration::lookForCentral() {
 void BlueZPeripheral::Registration::linkChanged(const DeviceNode& device) {
     if (device.adapterPath() != adapterPath_) return;
     if (!device.connected) return deviceLeft(device.path);
-    if (state_ != State::advertising || strangers_.count(device.path)) return;
+    if (device.path == central_ || strangers_.count(device.path)) return;
+    if (state_ == State::linked && !used_) {
+        // Two that are linked, of which the former has not asked for anything: a mouse that came meanwhile.
+        strangers_.insert(central_);
+        linkEnded();
+    }
+    if (state_ != State::advertising) return;
     central_ = device.path;
     change(State::linked, "linked");
     device_->connected(*this);
-    for (const CBUUID& characteristic : objects_->subscriptions()) device_->subscribed(characteristic, true);
+    for (const CBUUID& characteristic : objects_->subscriptions()) subscribed(characteristic, true);
 }
 
 void BlueZPeripheral::Registration::deviceLeft(const std::string& path) {
@@ -246,6 +256,7 @@ void BlueZPeripheral::Registration::deviceLeft(const std::string& path) {
 
 void BlueZPeripheral::Registration::linkEnded() {
     central_.clear();
+    used_ = false;
     tasks_.clear();
     if (objects_) objects_->dropSubscriptions();
     if (state_ != State::linked) return;
@@ -253,21 +264,25 @@ void BlueZPeripheral::Registration::linkEnded() {
     device_->disconnected();
 }
 
+// Whoever makes use of the device is linked, be it one of those that seemed to be no central.
+void BlueZPeripheral::Registration::lookForCentralAmongAll() {
+    strangers_.clear();
+    lookForCentral();
+}
+
 // Subscriptions from before the link is known are told when it is.
 void BlueZPeripheral::Registration::subscribed(const CBUUID& characteristic, bool enabled) {
-    if (state_ == State::linked) return device_->subscribed(characteristic, enabled);
-    if (!enabled) return;
-    strangers_.clear();  // One of them is a central after all.
-    lookForCentral();
+    if (state_ != State::linked) return enabled ? lookForCentralAmongAll() : void();
+    used_ = true;
+    device_->subscribed(characteristic, enabled);
 }
 
 void BlueZPeripheral::Registration::written(const CBUUID& characteristic, Bytes value,
                                             CBCharacteristicWriteType type) {
-    if (state_ != State::linked) {
-        strangers_.clear();
-        lookForCentral();
-    }
-    if (state_ == State::linked) device_->written(characteristic, value, type);
+    if (state_ != State::linked) lookForCentralAmongAll();
+    if (state_ != State::linked) return;
+    used_ = true;
+    device_->written(characteristic, value, type);
 }
 
 // What the device asks for.
@@ -279,15 +294,13 @@ void BlueZPeripheral::Registration::notify(const CBUUID& characteristic, Bytes v
 void BlueZPeripheral::Registration::after(std::chrono::nanoseconds delay, std::function<void()> task) {
     const std::uint64_t number = ++tasksMade_;
     tasks_[number] = loop_.after(delay, [this, number, task = std::move(task)] {
-        const auto running = tasks_.extract(number);  // The timer holds the task.
+        tasks_.erase(number);
         task();
     });
 }
 
 void BlueZPeripheral::Registration::disconnect() {
-    if (central_.empty()) return;
-    if (const Message call = service_.newCall(central_, deviceInterface, "Disconnect"); call.get())
-        service_.send(call);
+    if (!central_.empty()) service_.send(service_.newCall(central_, deviceInterface, "Disconnect"));
 }
 
 BlueZPeripheral::BlueZPeripheral(std::shared_ptr<PeripheralDevice> device, BlueZPeripheralOptions options)
@@ -298,13 +311,7 @@ BlueZPeripheral::~BlueZPeripheral() = default;
 BlueZPeripheral::State BlueZPeripheral::state() const { return registration_->state(); }
 
 bool BlueZPeripheral::runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) {
-    const auto end = Clock::now() + limit;
-    for (;;) {
-        if (done()) return true;
-        const auto left = end - Clock::now();
-        if (left <= left.zero()) return false;
-        registration_->loop().step(left);
-    }
+    return registration_->loop().runUntil(done, limit);
 }
 
 }  // namespace corvane

@@ -15,8 +15,9 @@ struct BlueZPeripheralOptions {
     std::string adapter = "hci0";
     /// A D-Bus address. Empty: the system bus.
     std::string busAddress;
-    /// Told, a line each, how the registration and the link stand. May be absent. The texts can hold what
-    /// another process sends: use `printable` before they reach a terminal.
+    /// Told, a line each, how the registration and the link stand. May be absent. Must not throw, nor let the
+    /// peripheral go. The texts can hold what another process sends: use `printable` before they reach a
+    /// terminal.
     std::function<void(std::string_view line)> onChange;
 };
 
@@ -33,9 +34,10 @@ public:
         registering,
         advertising,
         linked,
-        refused,  ///< By the service; tried again when the service or the adapter changes.
+        refused,  ///< By the service, tried again when it or the adapter changes; or there is no bus.
     };
 
+    /// The device is not null.
     BlueZPeripheral(std::shared_ptr<PeripheralDevice> device, BlueZPeripheralOptions options);
     ~BlueZPeripheral();
     BlueZPeripheral(const BlueZPeripheral&) = delete;
@@ -44,7 +46,8 @@ public:
     State state() const;
 
     /// Runs until `done` returns true or the time is over, and returns what `done` returned last. `done` is
-    /// asked before each wait.
+    /// asked before each wait. Not to be called from inside itself. `std::chrono::nanoseconds::max()` is for
+    /// ever.
     bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit);
 
 private:

@@ -34,13 +34,7 @@ void BlueZPlatform::run() {
 void BlueZPlatform::stop() { parts_->stopped = true; }
 
 bool BlueZPlatform::runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) {
-    const auto end = bluez::Clock::now() + limit;
-    for (;;) {
-        if (done()) return true;
-        const auto left = end - bluez::Clock::now();
-        if (left <= left.zero()) return false;
-        parts_->loop.step(left);
-    }
+    return parts_->loop.runUntil(done, limit);
 }
 
 int BlueZPlatform::descriptor() const { return parts_->loop.descriptor(); }

@@ -46,6 +46,10 @@ struct BlueZOptions {
 /// after it has changed its address.
 class BlueZPlatform final : public Platform {
 public:
+    /// Does not fail, and opens nothing: the first central opens the bus. States that are BlueZ's own:
+    /// `unsupported` without a bus, a service or such an adapter; `unauthorized` where the bus refuses, until
+    /// the service is restarted; `resetting` for the ten seconds after the service has gone. A process whose
+    /// first central found no bus stays without one.
     explicit BlueZPlatform(BlueZOptions options = {});
     ~BlueZPlatform() override;
 
@@ -58,7 +62,7 @@ public:
     /// Ends the `run` that is running.
     void stop();
     /// Runs until `done` returns true or the time is over, and returns what `done` returned last. `done` is
-    /// asked before each wait.
+    /// asked before each wait. `std::chrono::nanoseconds::max()` is for ever.
     bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit);
 
     int descriptor() const;

@@ -105,17 +105,12 @@ struct DeviceObjects::Calls {
         return sd_bus_message_append(reply, "s", static_cast<DeviceObjects*>(of)->device_.name().c_str());
     }
 
-    static int subscribe(Characteristic& self, sd_bus_message* message, bool enabled) {
+    template <bool enabled>
+    static int subscribe(Characteristic& self, sd_bus_message* message, sd_bus_error*) {
         self.notifying = enabled;
         const int sent = sd_bus_reply_method_return(message, "");
         self.owner.subscribed(self.uuid, enabled);
         return sent;
-    }
-    static int startNotify(Characteristic& self, sd_bus_message* message, sd_bus_error*) {
-        return subscribe(self, message, true);
-    }
-    static int stopNotify(Characteristic& self, sd_bus_message* message, sd_bus_error*) {
-        return subscribe(self, message, false);
     }
 
     static int readValue(Characteristic& self, sd_bus_message* message, sd_bus_error* error) {
@@ -173,8 +168,10 @@ const sd_bus_vtable DeviceObjects::Calls::characteristic[] = {
     SD_BUS_PROPERTY("Flags", "as", characteristicProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_PROPERTY("Value", "ay", characteristicProperty, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
     SD_BUS_PROPERTY("Notifying", "b", characteristicProperty, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
-    SD_BUS_METHOD("StartNotify", "", "", (method<Characteristic, startNotify>), SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("StopNotify", "", "", (method<Characteristic, stopNotify>), SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("StartNotify", "", "", (method<Characteristic, subscribe<true>>),
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("StopNotify", "", "", (method<Characteristic, subscribe<false>>),
+                  SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("ReadValue", "a{sv}", "ay", (method<Characteristic, readValue>),
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("WriteValue", "aya{sv}", "", (method<Characteristic, writeValue>),

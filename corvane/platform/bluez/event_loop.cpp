@@ -123,6 +123,16 @@ void EventLoop::step(std::optional<std::chrono::nanoseconds> limit) noexcept {
     running_ = false;
 }
 
+bool EventLoop::runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) {
+    const auto begin = Clock::now();
+    while (!done()) {
+        const auto left = limit - (Clock::now() - begin);
+        if (left <= left.zero()) return false;
+        step(left);
+    }
+    return true;
+}
+
 void EventLoop::runTasks() {
     for (int round = 0; round < roundsOfTasks && !tasks_.empty(); ++round) {
         for (auto waiting = tasks_.size(); waiting > 0; --waiting, ++handled_) {

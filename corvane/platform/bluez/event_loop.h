@@ -72,6 +72,9 @@ public:
     /// Waits until something is due, at most for `limit`, and handles it. Does nothing from inside itself.
     void step(std::optional<std::chrono::nanoseconds> limit = std::nullopt) noexcept;
 
+    /// Steps until `done` returns true or that much real time has passed; returns what `done` returned last.
+    bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit);
+
     /// Counts tasks, ticks, and what sources have handled.
     std::uint64_t handled() const { return handled_; }
 
