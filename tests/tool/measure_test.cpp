@@ -110,6 +110,14 @@ TEST(Measure, ShowsTheConsoleLinesOfTheDriversOnlyWhenAsked) {
     EXPECT_THAT(linesOf(ran.err), Contains(StartsWith("ecg-td4257: PM10")));
 }
 
+TEST(Measure, NobodyLooksForTheDeviceOfAMeasurementThatHasEnded) {
+    const Ran ran = sh("corvane measure body-tape temperature-aoj20a --platform simulated --fault asleep "
+                       "--timeout 8 --count 40 --verbose");
+    EXPECT_THAT(ran.out, HasSubstr("body-tape           timed out while searching"));
+    // The tape wakes up after that, while the thermometer is measured.
+    EXPECT_EQ(linesOf(ran.err).back(), "temperature-aoj20a: AOJ-20A");
+}
+
 TEST(Measure, ProgressAndColourAreForTerminals) {
     const std::string escape = "\x1b";
     const auto onTerminal = [](const std::string& environment) {
