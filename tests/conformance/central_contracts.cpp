@@ -213,6 +213,9 @@ std::vector<Contract> scanContracts() {
              scene.device->advertised = "Another";
              backEnd.nameChanged(*scene.device);
              scene.settle();
+             scene.client->central->scanForPeripherals();
+             scene.client->central->stopScan();
+             scene.settle();
              findings.expect(scene.client->count(Kind::discovered) == 1, "the scan goes on");
          }},
         {"OneDeviceIsOnePeripheralObjectOfItsCentral",
@@ -356,6 +359,7 @@ std::vector<Contract> linkContracts() {
              const std::size_t before = scene.client->events.size();
              scene.client->central = nullptr;
              scene.device->send({3});
+             scene.peripheral->discoverServices({});
              backEnd.setState(CBManagerState::poweredOff);
              scene.settle();
              findings.expect(scene.client->events.size() == before, "an event came");

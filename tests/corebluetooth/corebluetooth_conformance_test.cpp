@@ -38,8 +38,9 @@ bool registerStack(const char* name, StackBehaviour behaviour) {
 using PowerOff = StackBehaviour::PowerOff;
 const bool registered =
     registerStack("CoreBluetooth", {}) &&
-    registerStack("CoreBluetoothTalkative",
-                  {.powerOff = PowerOff::linksBeforeState, .repeatsDiscoveries = true}) &&
+    registerStack(
+        "CoreBluetoothTalkative",
+        {.powerOff = PowerOff::linksBeforeState, .repeatsDiscoveries = true, .showsLinksToTheirEnd = true}) &&
     registerStack("CoreBluetoothLate", {.powerOff = PowerOff::linksAfterState, .deliversLate = true});
 
 }  // namespace

@@ -63,12 +63,6 @@ std::string text(NSString* string) {
     return std::string(static_cast<const char*>(utf8.bytes), utf8.length);
 }
 
-/// Nothing where the system gives nothing; an empty name is a name.
-std::optional<std::string> nameOf(::CBPeripheral* handle) {
-    NSString* name = handle.name;
-    return name ? std::optional(text(name)) : std::nullopt;
-}
-
 std::optional<CBError> failure(NSError* error) {
     return error ? std::optional(CBError{text(error.localizedDescription)}) : std::nullopt;
 }
@@ -141,7 +135,11 @@ public:
     }
     ~Peripheral() override { release(); }
 
-    std::optional<std::string> name() const override { return nameOf(handle_); }
+    /// Nothing where the system gives nothing; an empty name is a name.
+    std::optional<std::string> name() const override {
+        NSString* name = handle_.name;
+        return name ? std::optional(text(name)) : std::nullopt;
+    }
     const std::string& identifier() const override { return identifier_; }
     void setDelegate(std::weak_ptr<CBPeripheralDelegate> delegate) override {
         delegate_ = std::move(delegate);
@@ -191,12 +189,15 @@ public:
     }
 
     void linkStands() { linked_ = true; }
+    /// This side has asked for its end, which the handle need not show at once.
+    void linkIsLeaving() { leaving_ = linked_; }
     bool linkEnded() {
         services_.reset();
         usable_.clear();
+        leaving_ = false;
         return std::exchange(linked_, false);
     }
-    bool isLinked() const { return linked_ && handle_.state == CBPeripheralStateConnected; }
+    bool isLinked() const { return linked_ && !leaving_ && handle_.state == CBPeripheralStateConnected; }
     /// The system does nothing for a link.
     bool isIdle() const { return handle_.state == CBPeripheralStateDisconnected; }
     /// Whether the end of a link is still to be reported.
@@ -244,8 +245,9 @@ public:
     /// The driver wants a link and has none yet.
     bool attempting = false;
 
-    /// The name under which the current scan has reported the device.
-    std::optional<std::optional<std::string>> reportedName;
+    /// Whether the current scan has reported the device, and under which name.
+    bool reported = false;
+    std::optional<std::string> reportedName;
 
 private:
     bool isListed(::CBService* service) const {
@@ -261,6 +263,7 @@ private:
     CRVNCentralEvents* events_ = nil;
     std::weak_ptr<CBPeripheralDelegate> delegate_;
     bool linked_ = false;
+    bool leaving_ = false;
     std::optional<std::vector<ServiceRef>> services_;
     // Every service that was listed on this link and not withdrawn, as older snapshots stay in use.
     std::vector<::CBService*> usable_;
@@ -294,7 +297,7 @@ public:
         if (scanning_) [manager_ stopScan];
         scanning_ = true;
         forgetUnused();
-        for (const auto& [identifier, peripheral] : peripherals_) peripheral->reportedName.reset();
+        for (const auto& [identifier, peripheral] : peripherals_) peripheral->reported = false;
         [manager_ scanForPeripheralsWithServices:nil options:nil];
     }
 
@@ -314,26 +317,35 @@ public:
         Peripheral& unwanted = static_cast<Peripheral&>(*peripheral);
         // The state of a handle need not show an attempt at once.
         const bool busy = std::exchange(unwanted.attempting, false) || !unwanted.isIdle();
-        if (busy && isOn()) [manager_ cancelPeripheralConnection:unwanted.handle()];
+        if (!busy || !isOn()) return;
+        unwanted.linkIsLeaving();
+        [manager_ cancelPeripheralConnection:unwanted.handle()];
     }
 
     // Events. Whoever calls them holds the central.
 
-    /// Ends what ended with the adapter, which may have been off and on again by now. Returns the devices
-    /// whose links are still to be reported.
+    /// Ends what ended with the adapter, which may have been off and on again by now: then also what was
+    /// asked for since, as an event does not say which change it is of. Returns the devices whose links are
+    /// still to be reported.
     std::vector<KnownPeripheral> adapterChanged() {
-        scanning_ = false;
+        interrupted_ = scanning_;
+        stopScan();
         std::vector<KnownPeripheral> unlinked;
         for (const auto& [identifier, peripheral] : peripherals_) {
-            peripheral->attempting = false;
             const bool stands = manager_.state == CBManagerStatePoweredOn && peripheral->isLinked();
             if (peripheral->owesDisconnect() && !stands) unlinked.push_back(peripheral);
+            if (!peripheral->attempting) continue;
+            interrupted_ = true;
+            cancelPeripheralConnection(peripheral);
         }
+        interrupted_ |= !unlinked.empty();
         return unlinked;
     }
 
+    /// A state that is as before is news to those who lost something to the change that they did not see.
     void reportState() {
-        state_ = stateOf(manager_.state);
+        const CBManagerState before = std::exchange(state_, stateOf(manager_.state));
+        if (state_ == before && !interrupted_) return;
         tell(delegate_, [](CBCentralManagerDelegate& delegate) { delegate.didUpdateState(); });
     }
 
@@ -344,7 +356,7 @@ public:
 
     void nameChanged(::CBPeripheral* handle) {
         const KnownPeripheral known = find(handle);
-        if (known && scanning_ && known->reportedName) report(known);
+        if (known && scanning_ && known->reported) report(known);
     }
 
     void connected(::CBPeripheral* handle) {
@@ -425,13 +437,23 @@ private:
         return state_ == CBManagerState::poweredOn && manager_.state == CBManagerStatePoweredOn;
     }
 
-    void attempt(const Peripheral& peripheral) {
-        if (peripheral.attempting && isOn()) [manager_ connectPeripheral:peripheral.handle() options:nil];
+    /// An old link is to end first. After a reset of the system's Bluetooth the handle may be one of the
+    /// past.
+    void attempt(Peripheral& peripheral) {
+        if (!peripheral.attempting || peripheral.owesDisconnect() || !isOn()) return;
+        NSArray<NSUUID*>* identifiers = [NSArray arrayWithObject:peripheral.handle().identifier];
+        ::CBPeripheral* current = [manager_ retrievePeripheralsWithIdentifiers:identifiers].firstObject;
+        if (current && current != peripheral.handle()) peripheral.adopt(current, events_);
+        [manager_ connectPeripheral:peripheral.handle() options:nil];
     }
 
     /// The one object of the device, whichever object the system shows it by now. A link that stands keeps
     /// its own.
     KnownPeripheral deviceOf(::CBPeripheral* handle) {
+        if (peripherals_.size() >= mostPeripherals_) {
+            forgetUnused();
+            mostPeripherals_ = std::max(fewPeripherals, 2 * peripherals_.size());
+        }
         const std::string identifier = text(handle.identifier.UUIDString);
         KnownPeripheral& known = peripherals_[identifier];
         if (!known) known = std::make_shared<Peripheral>(identifier, handle, events_);
@@ -448,19 +470,20 @@ private:
         return known != peripherals_.end() && known->second->handle() == handle ? known->second : nullptr;
     }
 
-    /// Devices with changing addresses would otherwise add up.
+    /// Devices with changing addresses would otherwise add up, also in the course of one scan. One that is
+    /// forgotten may be reported again.
     void forgetUnused() {
         std::erase_if(peripherals_, [](const auto& entry) {
             const KnownPeripheral& known = entry.second;
-            return known.use_count() == 1 && !known->attempting && known->isIdle();
+            return known.use_count() == 1 && !known->attempting && !known->owesDisconnect() &&
+                   known->isIdle();
         });
     }
 
     void report(const KnownPeripheral& known) {
         std::optional<std::string> name = known->name();
-        // Spelled out: an absent name equals none reported yet.
-        if (known->reportedName.has_value() && *known->reportedName == name) return;
-        known->reportedName.emplace(std::move(name));
+        if (std::exchange(known->reported, true) && known->reportedName == name) return;
+        known->reportedName = std::move(name);
         tell(delegate_, [&](CBCentralManagerDelegate& delegate) { delegate.didDiscover(known); });
     }
 
@@ -469,6 +492,9 @@ private:
     ::CBCentralManager* manager_ = nil;
     CBManagerState state_ = CBManagerState::unknown;
     bool scanning_ = false;
+    bool interrupted_ = false;  // by the change of the adapter that is being reported
+    static constexpr std::size_t fewPeripherals = 1024;
+    std::size_t mostPeripherals_ = fewPeripherals;
     std::map<std::string, KnownPeripheral> peripherals_;  // by identifier
 };
 

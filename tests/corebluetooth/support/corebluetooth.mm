@@ -58,6 +58,7 @@ struct Station;
     std::shared_ptr<standin::Station> _station;
     NSString* _name;
     CBPeripheralState _state;
+    bool _showsLink;  // after it was cancelled
     NSArray<CBService*>* _services;
     std::vector<CBService*> _offered;
 }
@@ -489,6 +490,7 @@ using namespace standin;
     return _name;
 }
 - (CBPeripheralState)state {
+    if (_state == CBPeripheralStateDisconnecting && _showsLink) return CBPeripheralStateConnected;
     const bool underWay = _state == CBPeripheralStateConnecting && theRadio().behaviour.deliversLate;
     return underWay ? CBPeripheralStateDisconnected : _state;
 }
@@ -652,6 +654,16 @@ using namespace standin;
     _peripherals[station->identifier] = peripheral;
     return peripheral;
 }
+- (NSArray<CBPeripheral*>*)retrievePeripheralsWithIdentifiers:(NSArray<NSUUID*>*)identifiers {
+    NSMutableArray<CBPeripheral*>* known = [NSMutableArray array];
+    for (NSUUID* identifier in identifiers) {
+        for (const auto& station : theRadio().stations) {
+            if (identifier.UUIDString.bytes == station->identifier)
+                [known addObject:[self peripheralOf:station]];
+        }
+    }
+    return known;
+}
 - (void)scanForPeripheralsWithServices:(NSArray<CBUUID*>*)services
                                options:(NSDictionary<NSString*, id>*)options {
     ++theRadio().operations;
@@ -723,6 +735,8 @@ using namespace standin;
         peripheral->_state = CBPeripheralStateDisconnected;
         peripheral->_station->leave(peripheral);
     } else {
+        peripheral->_showsLink = peripheral->_state == CBPeripheralStateConnected &&
+                                 theRadio().behaviour.showsLinksToTheirEnd;
         peripheral->_state = CBPeripheralStateDisconnecting;
     }
     [self later:^(id<CBCentralManagerDelegate> delegate) {

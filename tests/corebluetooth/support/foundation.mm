@@ -132,6 +132,14 @@ static bool isHalfPair(std::string_view text, std::size_t at) {
 + (instancetype)array {
     return [self new];
 }
++ (instancetype)arrayWithObject:(id)object {
+    NSArray* array = [self new];
+    array->_items.push_back(object);
+    return array;
+}
+- (id)firstObject {
+    return _items.empty() ? nil : _items.front();
+}
 - (id)copyWithZone:(void*)zone {
     NSArray* array = [NSArray new];
     array->_items = _items;

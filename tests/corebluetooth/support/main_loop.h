@@ -11,16 +11,13 @@ namespace standin::mainLoop {
 /// Virtual time since the start.
 std::chrono::nanoseconds now();
 
-/// Runs one entry that is due, in an autorelease pool of its own. False when none is.
-bool step();
-
 /// Runs everything that is due now, and what that adds for now.
 void runUntilIdle();
 
 /// Moves the clock from entry to entry.
 void runFor(std::chrono::nanoseconds duration);
 
-/// Runs the entry that is due next, once its time has come. False when none waits, or none until then.
+/// Runs the entry that is due next, in an autorelease pool of its own, once its time has come. False when none waits, or none until then.
 bool stepUntil(std::chrono::nanoseconds limit);
 
 /// When the next entry is due; nothing when none waits.

@@ -61,10 +61,11 @@ void fire(std::chrono::nanoseconds due, Entry entry) {
 
 std::chrono::nanoseconds now() { return loop().now; }
 
-bool step() {
+bool stepUntil(std::chrono::nanoseconds limit) {
     const auto next = loop().next();
-    if (next == loop().entries.end() || next->first > loop().now) return false;
+    if (next == loop().entries.end() || next->first > limit) return false;
     const auto due = next->first;
+    loop().now = std::max(loop().now, due);
     Entry entry = std::move(next->second);
     loop().entries.erase(next);
     @autoreleasepool {
@@ -79,20 +80,13 @@ bool step() {
 }
 
 void runUntilIdle() {
-    while (step()) {
+    while (stepUntil(now())) {
     }
 }
 
 std::optional<std::chrono::nanoseconds> nextDue() {
     const auto next = loop().next();
     return next == loop().entries.end() ? std::nullopt : std::optional(next->first);
-}
-
-bool stepUntil(std::chrono::nanoseconds limit) {
-    const auto due = nextDue();
-    if (!due || *due > limit) return false;
-    loop().now = std::max(loop().now, *due);
-    return step();
 }
 
 void runFor(std::chrono::nanoseconds duration) {

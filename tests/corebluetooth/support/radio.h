@@ -25,6 +25,8 @@ struct StackBehaviour {
     PowerOff powerOff = PowerOff::silent;
     /// Reports a device for its advert, and again for its scan response.
     bool repeatsDiscoveries = false;
+    /// A link that is cancelled shows as connected until its end is told.
+    bool showsLinksToTheirEnd = false;
     /// What is on its way reaches the delegate that it was meant for, whatever has become of that since; a
     /// link stands before anything tells of it.
     bool deliversLate = false;

@@ -102,6 +102,7 @@ typedef NS_ENUM(NSInteger, CBCharacteristicWriteType) {
 - (instancetype)initWithDelegate:(nullable id<CBCentralManagerDelegate>)delegate
                            queue:(nullable dispatch_queue_t)queue
                          options:(nullable NSDictionary<NSString*, id>*)options;
+- (NSArray<CBPeripheral*>*)retrievePeripheralsWithIdentifiers:(NSArray<NSUUID*>*)identifiers;
 - (void)scanForPeripheralsWithServices:(nullable NSArray<CBUUID*>*)serviceUUIDs
                                options:(nullable NSDictionary<NSString*, id>*)options;
 - (void)stopScan;

@@ -72,6 +72,8 @@ FOUNDATION_EXPORT void NSLog(NSString* format, ...);  // declared only
 
 @interface NSArray<__covariant ObjectType> : NSObject <NSCopying>
 + (instancetype)array;
++ (instancetype)arrayWithObject:(ObjectType)object;
+@property(readonly, nullable) ObjectType firstObject;
 - (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState*)state
                                   objects:(id __unsafe_unretained _Nullable[_Nonnull])buffer
                                     count:(NSUInteger)count;
