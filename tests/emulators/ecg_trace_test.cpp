@@ -31,7 +31,7 @@ TEST(ECGRecorder, ItsPulseCanBeCountedInItsTrace) {
     for (std::uint64_t seed = 1; seed <= 30; ++seed) {
         SCOPED_TRACE(seed);
         Bench<ECGTD4257Device> bench({.seed = seed});
-        ASSERT_TRUE(bench.watched->runUntilRecords(1)) << bench.watched->transcript;
+        ASSERT_TRUE(bench.runUntilRecords(1)) << bench.watched->transcript;
         const ECGInfo& info = bench.watched->records[0];
         ASSERT_EQ(info.graph.size(), std::size_t{emulatedEcgSeconds} * emulatedEcgSamplesPerSecond);
 

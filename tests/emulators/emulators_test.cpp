@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <map>
 #include <set>
 
@@ -53,7 +52,7 @@ TEST(Emulators, GiveAPlausibleRecordForEverySeed) {
         for (std::uint64_t seed = 1; seed <= 20; ++seed) {
             SCOPED_TRACE(std::string(Driver::model.id) + " seed " + std::to_string(seed));
             Bench<Driver> bench({.seed = seed});
-            ASSERT_TRUE(bench.watched->runUntilRecords(1)) << bench.watched->transcript;
+            ASSERT_TRUE(bench.runUntilRecords(1)) << bench.watched->transcript;
             expectPlausible(bench.watched->records[0], bench.radio.identifier(*bench.device));
             EXPECT_TRUE(bench.watched->errors.empty());
             EXPECT_EQ(bench.droppedValues, 0u);
@@ -97,8 +96,8 @@ TEST(Emulators, RecoverFromALinkLostAtAnyStep) {
             bench.watched->driver->startScan();
             EXPECT_TRUE(bench.radio.runUntil([&] { return bench.watched->connects == 2; }, 10s));
             // A driver of the scale asks once in its life, so the record is a new one's.
-            bench.watched = std::make_unique<WatchedDriver<Driver>>(bench.radio);
-            ASSERT_TRUE(bench.watched->runUntilRecords(1)) << bench.watched->transcript;
+            bench.watch();
+            ASSERT_TRUE(bench.runUntilRecords(1)) << bench.watched->transcript;
             expectPlausible(bench.watched->records[0], bench.radio.identifier(*bench.device));
             EXPECT_EQ(bench.watched->disconnects, 0u);
         }
@@ -112,26 +111,6 @@ TEST(Catalogue, EveryDriverClaimsItsOwnAdvertisementAndNoOther) {
             EXPECT_EQ(claimant->recognises(name), claimant == advertiser) << claimant->id << " and " << name;
         }
     }
-}
-
-TEST(Catalogue, ElevenDriversAmongElevenDevicesEachReadTheirOwn) {
-    SimulatedRadio radio;
-    radio.logSink = [](std::string_view) {};
-    std::vector<std::function<void()>> checks;
-    forEachDriver([&]<class Driver>() {
-        const std::shared_ptr<Emulator> device = makeEmulator(Driver::model, {});
-        radio.add(device);
-        const auto watched = std::make_shared<WatchedDriver<Driver>>(radio);
-        checks.push_back([&radio, device, watched] {
-            SCOPED_TRACE(Driver::model.id);
-            EXPECT_EQ(watched->connects, 1u);
-            EXPECT_EQ(watched->disconnects, 0u);
-            ASSERT_FALSE(watched->records.empty());
-            expectPlausible(watched->records[0], radio.identifier(*device));
-        });
-    });
-    radio.runFor(patience);
-    for (const auto& check : checks) check();
 }
 
 // What single models promise beyond a record.
@@ -154,7 +133,7 @@ TEST(BloodPressureCuff, InflatesBeforeItsReading) {
 
 TEST(PollingOximeter, AnswersZerosUntilItFindsTheFinger) {
     Bench<OximeterTD8255Device> bench({}, {.repeatResult = true});
-    ASSERT_TRUE(bench.watched->runUntilRecords(10));
+    ASSERT_TRUE(bench.runUntilRecords(10));
     const auto& records = bench.watched->records;
     const auto found =
         std::find_if(records.begin(), records.end(), [](const OximeterInfo& info) { return info.bpm != 0; });
@@ -166,11 +145,11 @@ TEST(PollingOximeter, AnswersZerosUntilItFindsTheFinger) {
 TEST(Emulators, FailTheirFirstMeasurementOnRequest) {
     const EmulatorOptions failing{.seed = 3, .fault = {Kind::failedMeasurement}};
     Bench<OximeterADFB05Device> oximeter(failing);
-    ASSERT_TRUE(oximeter.watched->runUntilRecords(1));
+    ASSERT_TRUE(oximeter.runUntilRecords(1));
     EXPECT_THAT(oximeter.watched->errors, testing::ElementsAre("device proccess error"));
 
     Bench<BodyTapeDevice> tape(failing);
-    ASSERT_TRUE(tape.watched->runUntilRecords(1));
+    ASSERT_TRUE(tape.runUntilRecords(1));
     EXPECT_THAT(tape.watched->errors, testing::ElementsAre("BodyTapeInfo not found"));
 
     Bench<BodyCompositionADFB885TDevice> scale(failing);
@@ -184,7 +163,7 @@ TEST(Scale, WeighsThePersonOfTheProfile) {
     const auto record = [](double height, std::int64_t age, Gender gender) {
         Bench<BodyCompositionADFB885TDevice> bench({.seed = 5},
                                                    {.height = height, .age = age, .gender = gender});
-        EXPECT_TRUE(bench.watched->runUntilRecords(1));
+        EXPECT_TRUE(bench.runUntilRecords(1));
         return bench.watched->records.at(0);
     };
     const BodyCompositionInfo woman = record(158, 30, Gender::female);
@@ -203,11 +182,11 @@ TEST(Scale, WeighsThePersonOfTheProfile) {
 
 TEST(Meters, ChangeWhatTheyMeasure) {
     Bench<BodyTapeDevice> tape;
-    ASSERT_TRUE(tape.watched->runUntilRecords(2));
+    ASSERT_TRUE(tape.runUntilRecords(2));
     EXPECT_NE(tape.watched->records[0].unit, tape.watched->records[1].unit);
 
     Bench<MultiMonitoringBeneCheckDevice> meter;
-    ASSERT_TRUE(meter.watched->runUntilRecords(3));
+    ASSERT_TRUE(meter.runUntilRecords(3));
     std::set<MultiMonitoringBeneCheckType> measured;
     for (const auto& info : meter.watched->records) measured.insert(info.type);
     EXPECT_EQ(measured.size(), 3u);

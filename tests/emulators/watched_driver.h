@@ -1,7 +1,8 @@
-// A driver on a simulated radio, and everything that it told its application.
+// A driver, and everything that it told its application.
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -39,9 +40,15 @@ class WatchedDriver {
 public:
     using Info = typename Driver::InfoType;
 
-    /// Of a driver that can, takes one reading a measurement.
-    explicit WatchedDriver(SimulatedRadio& radio, DriverArguments with = {.repeatResult = false})
-        : driver(makeDriver<Driver>(with, radio)), radio_(radio) {
+    /// Of a driver that can, takes one reading a measurement. Takes the platform's console lines. With a
+    /// clock, tells when everything was.
+    explicit WatchedDriver(Platform& platform, DriverArguments with = {.repeatResult = false},
+                           std::function<std::chrono::nanoseconds()> clock = nullptr)
+        : clock_(std::move(clock)), driver(makeDriver<Driver>(with, platform)) {
+        platform.logSink = [this](std::string_view line) { tell(line); };
+        driver->stateCentralManager = [this](CBManagerState state) {
+            tell("state " + std::to_string(static_cast<int>(state)));
+        };
         driver->stateConnection = [this](StateDeviceConnection state) {
             const bool connected = state == StateDeviceConnection::connect;
             ++(connected ? connects : disconnects);
@@ -55,11 +62,6 @@ public:
         driver->startScan();
     }
 
-    bool runUntilRecords(std::size_t count) {
-        return radio_.runUntil([&] { return records.size() >= count; }, patience);
-    }
-
-    std::unique_ptr<Driver> driver;
     std::vector<Info> records;
     std::vector<std::string> errors;
     unsigned connects = 0;
@@ -72,13 +74,15 @@ private:
         if constexpr (requires { driver->start(); }) driver->start();
     }
     void tell(std::string_view what) {
-        transcript += std::to_string(radio_.now().count());
-        transcript += ' ';
+        if (clock_) transcript += std::to_string(clock_().count()) + ' ';
         transcript += what;
         transcript += '\n';
     }
 
-    SimulatedRadio& radio_;
+    const std::function<std::chrono::nanoseconds()> clock_;
+
+public:
+    const std::unique_ptr<Driver> driver;  // tells until its end
 };
 
 /// A radio with one emulated device of the driver's model, and the driver.
@@ -86,10 +90,15 @@ template <class Driver>
 struct Bench {
     explicit Bench(const EmulatorOptions& options = {}, DriverArguments with = {.repeatResult = false})
         : radio({.seed = options.seed}), device(makeEmulator(Driver::model, options)) {
-        radio.logSink = [](std::string_view) {};
         radio.onPreconditionFailed = [this](std::string_view, std::string_view) { ++droppedValues; };
         radio.add(device);
-        watched = std::make_unique<WatchedDriver<Driver>>(radio, with);
+        watch(with);
+    }
+    void watch(DriverArguments with = {.repeatResult = false}) {
+        watched = std::make_unique<WatchedDriver<Driver>>(radio, with, [this] { return radio.now(); });
+    }
+    bool runUntilRecords(std::size_t count) {
+        return radio.runUntil([&] { return watched->records.size() >= count; }, patience);
     }
 
     SimulatedRadio radio;
