@@ -4,7 +4,7 @@
 
 #include <span>
 
-#include "tests/support/late_radio.h"
+#include "tests/sweep/late_radio.h"
 #include "tests/sweep/subject.h"
 
 namespace corvane::sweep {
@@ -19,28 +19,17 @@ enum class Action {
     clearCallbacks,
     callEverything
 };
-constexpr Action actions[] = {Action::destroy,          Action::disconnect,     Action::cyclePower,
-                              Action::replaceCallbacks, Action::clearCallbacks, Action::callEverything};
 
-const char* nameOf(Action action) {
-    switch (action) {
-    case Action::nothing:
-        return "nothing";
-    case Action::destroy:
-        return "destroy";
-    case Action::disconnect:
-        return "disconnect";
-    case Action::cyclePower:
-        return "cycle power";
-    case Action::replaceCallbacks:
-        return "replace callbacks";
-    case Action::clearCallbacks:
-        return "clear callbacks";
-    case Action::callEverything:
-        return "call everything";
-    }
-    return "";
-}
+struct NamedAction {
+    Action action;
+    const char* name;
+};
+constexpr NamedAction actions[] = {{Action::destroy, "destroy"},
+                                   {Action::disconnect, "disconnect"},
+                                   {Action::cyclePower, "cycle power"},
+                                   {Action::replaceCallbacks, "replace callbacks"},
+                                   {Action::clearCallbacks, "clear callbacks"},
+                                   {Action::callEverything, "call everything"}};
 
 /// When something is done: after so many steps of the queue, or inside the n-th call to the application, from
 /// 1. A call is a callback, a console line or a violation.
@@ -55,7 +44,7 @@ class Play {
 public:
     Play(const Subject& subject, const MakeSweepBackEnd& make, bool lateEvents, Moment moment, Action action)
         : backEnd_(make()), moment_(moment), action_(action) {
-        if (lateEvents) late_ = std::make_unique<support::LateRadio>(backEnd_->platform());
+        if (lateEvents) late_ = std::make_unique<LateRadio>(backEnd_->platform());
         Platform& platform = late_ ? *late_ : backEnd_->platform();
         platform.logSink = [this](std::string_view) { heard(Heard::other); };
         platform.onPreconditionFailed = [this](std::string_view, std::string_view) { heard(Heard::other); };
@@ -149,7 +138,7 @@ private:
     }
 
     const std::unique_ptr<SweepBackEnd> backEnd_;
-    std::unique_ptr<support::LateRadio> late_;
+    std::unique_ptr<LateRadio> late_;
     const Moment moment_;
     const Action action_;
     std::unique_ptr<AnyDriver> driver_;
@@ -167,10 +156,10 @@ private:
     void TestBody() override {
         std::size_t cases = 0;
         std::size_t required = 0;
-        const auto sweep = [&](bool lateEvents, std::span<const Action> actions) {
+        const auto sweep = [&](bool lateEvents, std::span<const NamedAction> actions) {
             const auto [steps, calls] = lengthOfMeasurement(lateEvents);
             required += steps * actions.size();
-            for (const Action action : actions) {
+            for (const NamedAction& action : actions) {
                 for (std::size_t k = 0; k <= steps; ++k)
                     cases += play(lateEvents, {Moment::Kind::afterStep, k}, action);
                 for (std::size_t k = 1; k <= calls; ++k)
@@ -178,8 +167,7 @@ private:
             }
         };
         sweep(false, actions);
-        constexpr Action destroy[] = {Action::destroy};
-        sweep(true, destroy);
+        sweep(true, std::span(actions).first(1));  // the destruction
         std::printf("%s: %zu cases\n", subject_.name.c_str(), cases);
         EXPECT_GE(cases, required) << "some moments did not come";
     }
@@ -195,12 +183,12 @@ private:
     }
 
     /// Whether the moment came.
-    bool play(bool lateEvents, Moment moment, Action action) {
+    bool play(bool lateEvents, Moment moment, const NamedAction& action) {
         std::size_t beyond = 40;
-        Play play(subject_, make_, lateEvents, moment, action);
+        Play play(subject_, make_, lateEvents, moment, action.action);
         play.run([&] { return play.done && beyond-- == 0; });
         if (!play.failure.empty()) {
-            ADD_FAILURE() << play.failure << ": " << nameOf(action)
+            ADD_FAILURE() << play.failure << ": " << action.name
                           << (moment.kind == Moment::Kind::afterStep ? " after step " : " inside call ")
                           << moment.number << (lateEvents ? ", with late events" : "");
         }

@@ -1,10 +1,10 @@
-#include "tests/support/late_radio.h"
+#include "tests/sweep/late_radio.h"
 
 #include <array>
 
 #include "corvane/framework/central_link.h"
 
-namespace corvane::support {
+namespace corvane::sweep {
 
 /// Stands between a central and the session of a driver.
 class LateRadio::Echo final : public CBCentralManagerDelegate,
@@ -71,4 +71,4 @@ void LateRadio::repeatEverything() {
     for (const auto& echo : echoes_) echo->repeat();
 }
 
-}  // namespace corvane::support
+}  // namespace corvane::sweep

@@ -8,7 +8,7 @@
 
 #include "corvane/platform/platform.h"
 
-namespace corvane::support {
+namespace corvane::sweep {
 
 /// Hands everything on to another platform, but keeps the sessions of its drivers alive, and repeats at will
 /// what they have heard. A weak delegate does not excuse a driver: on a system, too, somebody may hold it for
@@ -31,4 +31,4 @@ private:
     std::vector<std::shared_ptr<Echo>> echoes_;
 };
 
-}  // namespace corvane::support
+}  // namespace corvane::sweep
