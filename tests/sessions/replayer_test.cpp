@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <sstream>
 
 namespace corvane::sessions {
@@ -39,6 +40,16 @@ std::size_t occurrences(const std::string& text, const std::string& of) {
     return count;
 }
 
+std::vector<std::string> linesOfFile(const std::string& name) {
+    std::ifstream file(CORVANE_SESSIONS_TESTS "/" + name);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) {
+        if (!line.starts_with('#')) lines.push_back(line);
+    }
+    EXPECT_FALSE(lines.empty()) << name;
+    return lines;
+}
+
 /// Six lines, after which one task waits.
 const std::string linked = R"({"device":"temperature-aoj20a"}
 {"call":"startScan"}
@@ -60,89 +71,16 @@ const std::string polling = R"({"device":"oximeter-td8255"}
 TEST(Replayer, refusesAFaultyLineByItsNumberAndAppliesNothingOfIt) {
     const Replayed before = replayed(linked);
     ASSERT_EQ(before.status, ReplayStatus::done) << before.message;
-    const std::string faulty[] = {
-        // Not a line of a script at all.
-        "{",
-        "[]",
-        "1",
-        "{} {}",
-        "{}",
-        "\xEF\xBB\xBF{\"run\":0}",
-        " # a comment",
-        "\xC2\xA0",
-        std::string("{\"run\":0}\0", 10),
-        "{\"call\":\"get\xFFResult\"}",
-        R"({"run":0,})",
-        R"({"run":00})",
-        R"({"advance":1e999})",
-        R"({"event":"state","state":"poweredOn","state":"poweredOn"})",
-        R"({"name":"\ud800"})",
-        repeated(100'000, "["),
-        repeated(100'000, "{\"run\":"),
-        // Too much, too little, or the wrong thing.
-        R"({"device":"temperature-aoj20a"})",
-        R"({"call":"getResult","run":1})",
-        R"({"during":1})",
-        R"({"call":"getResult","note":"x"})",
-        R"({"event":"state"})",
-        R"({"event":"state","state":"on"})",
-        R"({"event":"state","state":"poweredOn","error":null})",
-        R"({"event":"ready"})",
-        R"({"call":"start"})",
-        R"({"call":"requestPayload"})",
-        R"({"call":null})",
-        R"({"set":"stateloading"})",
-        R"({"clear":["stateLoading"]})",
-        R"({"destroy":false})",
-        R"({"destroy":1})",
-        // Numbers.
-        R"({"advance":-0.001})",
-        R"({"advance":1000000.001})",
-        R"({"advance":"1"})",
-        R"({"advance":null})",
-        R"({"run":2})",
-        R"({"run":-1})",
-        R"({"run":1.0})",
-        R"({"run":18446744073709551616})",
-        R"({"during":0,"call":"getResult"})",
-        R"({"during":1e0,"call":"getResult"})",
-        R"({"during":"1","call":"getResult"})",
-        // What may be held back, and is looked at where it stands.
-        R"({"during":1,"advance":0})",
-        R"({"during":1,"run":0})",
-        R"({"during":1,"event":"state","state":"unknown"})",
-        R"({"during":1,"call":"start"})",
-        R"({"during":1,"set":"loading"})",
-        R"({"during":1,"destroy":false})",
-        R"({"during":1,"call":"getResult","destroy":true})",
-        // Peripherals.
-        R"({"event":"connected"})",
-        R"({"event":"connected","peripheral":"p2"})",
-        R"({"event":"connected","peripheral":1})",
-        R"({"event":"disconnected","peripheral":"p1","error":7})",
-        R"({"event":"discovered","peripheral":"p2","name":"x"})",
-        R"({"event":"discovered","peripheral":"p2","identifier":"180d"})",
-        R"({"event":"discovered","peripheral":"p2","identifier":"180","name":"x"})",
-        R"({"event":"discovered","peripheral":"p2","identifier":null,"name":"x"})",
-        R"({"event":"discovered","peripheral":"p1","name":7})",
-        R"({"event":"discovered","peripheral":"p1","identifier":"180d","name":"x"})",
-        // Lists and what points into them.
-        R"({"event":"services","peripheral":"p1"})",
-        R"({"event":"services","peripheral":"p1","services":"ffe0"})",
-        R"({"event":"services","peripheral":"p1","services":["ffe0",null]})",
-        R"({"event":"services","peripheral":"p1","services":["ffeg"]})",
-        R"({"event":"characteristics","peripheral":"p1","service":2,"characteristics":[]})",
-        R"({"event":"characteristics","peripheral":"p1","service":-1,"characteristics":[]})",
-        R"({"event":"characteristics","peripheral":"p1","service":0.0,"characteristics":[]})",
-        R"({"event":"characteristics","peripheral":"p1","service":0})",
-        R"({"event":"value","peripheral":"p1","service":0,"characteristic":0,"value":"00"})",
-        R"({"event":"value","peripheral":"p1","service":1,"characteristic":1,"value":"00"})",
-        R"({"event":"value","peripheral":"p1","service":1,"characteristic":0})",
-        R"({"event":"value","peripheral":"p1","service":1,"characteristic":0,"value":"000"})",
-        R"({"event":"value","peripheral":"p1","service":1,"characteristic":0,"value":"0g"})",
-        R"({"event":"value","peripheral":"p1","service":1,"characteristic":0,"value":"+1"})",
-        R"({"event":"value","peripheral":"p1","service":1,"characteristic":0,"value":0})",
-    };
+    std::vector<std::string> faulty = linesOfFile("faulty_lines.txt");
+    faulty.insert(faulty.end(), {
+                                    "\xEF\xBB\xBF{\"run\":0}",
+                                    " # a comment",
+                                    "\xC2\xA0",
+                                    std::string("{\"run\":0}\0", 10),
+                                    "{\"call\":\"get\xFFResult\"}",
+                                    repeated(100'000, "["),
+                                    repeated(100'000, "{\"run\":"),
+                                });
     for (const std::string& line : faulty) {
         const Replayed with = replayed(linked + line + "\n" + R"({"call":"getResult"})");
         EXPECT_EQ(with.status, ReplayStatus::faultyScript) << line.substr(0, 100);
@@ -152,30 +90,14 @@ TEST(Replayer, refusesAFaultyLineByItsNumberAndAppliesNothingOfIt) {
 }
 
 TEST(Replayer, refusesAScriptWhoseFirstLineMakesNoDriver) {
-    const std::pair<const char*, const char*> faulty[] = {
+    std::vector<std::pair<std::string, const char*>> faulty = {
         {"", "line 1: "},
         {"# nothing\n\n \r\n", "line 3: "},
         {"\n{\"call\":\"startScan\"}", "line 2: "},
         {"\n{\"during\":1,\"call\":\"startScan\"}", "line 2: "},
-        {R"({"device":"Thermometer"})", "line 1: "},
-        {R"({"device":null})", "line 1: "},
-        {R"({"device":"ecg-td4257","autoResult":null})", "line 1: "},
-        {R"({"device":"ecg-td4257","repeatResult":true})", "line 1: "},
-        {R"({"device":"ecg-td4257","age":41})", "line 1: "},
-        {R"({"device":"ecg-td4257","callbacks":"stateLoading"})", "line 1: "},
-        {R"({"device":"ecg-td4257","callbacks":["loading"]})", "line 1: "},
-        {R"({"device":"ecg-td4257","onPrecondition":"drop"})", "line 1: "},
-        {R"({"device":"ecg-td4257","onPrecondition":null})", "line 1: "},
-        {R"({"device":"body-composition-adfb885t","height":170,"age":41})", "line 1: "},
-        {R"({"device":"body-composition-adfb885t","height":170,"gender":"male"})", "line 1: "},
-        {R"({"device":"body-composition-adfb885t","age":41,"gender":"male"})", "line 1: "},
-        {R"({"device":"body-composition-adfb885t","height":"170","age":41,"gender":"male"})", "line 1: "},
-        {R"({"device":"body-composition-adfb885t","height":170,"age":41.0,"gender":"male"})", "line 1: "},
-        {R"({"device":"body-composition-adfb885t","height":170,"age":9223372036854775808,"gender":"male"})",
-         "line 1: "},
-        {R"({"device":"body-composition-adfb885t","height":170,"age":41,"gender":"Male"})", "line 1: "},
-        {R"({"device":"body-composition-adfb885t","height":170,"age":41,"gender":1})", "line 1: "},
     };
+    for (const std::string& line : linesOfFile("faulty_first_lines.txt"))
+        faulty.emplace_back(line, "line 1: ");
     for (const auto& [script, message] : faulty) {
         const Replayed result = replayed(script);
         EXPECT_EQ(result.status, ReplayStatus::faultyScript) << script;

@@ -36,7 +36,7 @@ Ran BlueZMachine::run(const std::string& command, const std::function<bool()>& r
 }
 
 bool BlueZMachine::waitFor(const std::function<bool()>& done) {
-    for (const auto end = bluez::Clock::now() + 5s; !done() && bluez::Clock::now() < end;) loop_.step(turn);
+    for (const auto end = bluez::Clock::now() + 60s; !done() && bluez::Clock::now() < end;) loop_.step(turn);
     return done();
 }
 

@@ -9,15 +9,10 @@ using testing::HasSubstr;
 
 TEST(Recording, ReplaysToTheTraceItWrote) {
     const Ran ran = sh(R"(
-        for model in blood-pressure-td3140 body-composition-adfb885t oximeter-td8255 ecg-td4257; do
-            for fault in none short link-lost adapter-cycle radio:late; do
-                for seed in 1 2 3; do
-                    what="$model --fault $fault --seed $seed"
-                    corvane measure --platform simulated $what --record s.jsonl --trace t.jsonl > /dev/null 2>&1
-                    grep -q '"callback"' t.jsonl || echo "$what: nothing traced"
-                    corvane replay s.jsonl | cmp - t.jsonl || echo "$what"
-                done
-            done
+        for what in "ecg-td4257" "oximeter-td8255 --fault adapter-cycle" "body-tape --fault link-lost"; do
+            corvane measure --platform simulated $what --record s.jsonl --trace t.jsonl > /dev/null 2>&1
+            grep -q '"callback"' t.jsonl || echo "$what: nothing traced"
+            corvane replay s.jsonl | cmp - t.jsonl || echo "$what"
         done)");
     EXPECT_EQ(ran.out, "");
     EXPECT_EQ(ran.err, "");
