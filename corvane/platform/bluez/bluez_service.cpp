@@ -1,15 +1,16 @@
 #include "corvane/platform/bluez/bluez_service.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
+
+#include "corvane/platform/bluez/retry_delay.h"
 
 namespace corvane::bluez {
 namespace {
 
 constexpr const char* serviceName = "org.bluez";
 constexpr std::string_view busName = "org.freedesktop.DBus";
-constexpr auto retryDelay = std::chrono::seconds(1);
+constexpr auto objectsDelay = std::chrono::seconds(1);
 constexpr auto longestReconnectDelay = std::chrono::seconds(30);
 
 bool isNobodyThere(const Reply& reply) {
@@ -65,10 +66,9 @@ void BlueZService::busClosed() {
 }
 
 void BlueZService::reconnectLater() {
-    retry_ = loop_.after(reconnectDelay_, [this] {
+    retry_ = loop_.after(retryDelay(++reconnections_, longestReconnectDelay), [this] {
         if (!connect()) reconnectLater();
     });
-    reconnectDelay_ = std::min(reconnectDelay_ * 2, longestReconnectDelay);
 }
 
 void BlueZService::listen() {
@@ -107,7 +107,7 @@ void BlueZService::objectsArrived(const Reply& reply) {
     objectsCall_.reset();
     if (!reply.failed() && tree_.load(reply.message())) {
         owner_ = reply.sender();
-        reconnectDelay_ = std::chrono::seconds(1);
+        reconnections_ = 0;
         setPresence(Presence::present);
     } else if (reply.is(SD_BUS_ERROR_ACCESS_DENIED)) {
         diagnostics_(reply.errorText());
@@ -116,8 +116,8 @@ void BlueZService::objectsArrived(const Reply& reply) {
         setPresence(Presence::absent);
     } else {
         // It has the name and cannot answer yet.
-        diagnostics_(reply.errorText());
-        retry_ = loop_.after(retryDelay, [this] { requestObjects(); });
+        diagnostics_(reply.failed() ? reply.errorText() : "GetManagedObjects: malformed");
+        retry_ = loop_.after(objectsDelay, [this] { requestObjects(); });
     }
 }
 

@@ -77,7 +77,7 @@ private:
     Slot ownerMatch_, objectsMatch_, propertiesMatch_;
     Call objectsCall_;
     std::unique_ptr<Timer> retry_;
-    std::chrono::seconds reconnectDelay_{1};
+    unsigned reconnections_ = 0;  // Since the service was last present.
 };
 
 }  // namespace corvane::bluez

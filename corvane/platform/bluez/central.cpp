@@ -153,6 +153,8 @@ bool Peripheral::belongsTo(const Central& central) const { return central_.lock(
 
 void Peripheral::connect(Radio& radio) {
     if (std::exchange(wantsLink_, true)) return;
+    // It may have been found on an adapter that is gone.
+    device_ = radio.pathInUse(device_);
     radio.linkTo(device_).want(shared_from_this());
 }
 
@@ -183,7 +185,8 @@ void Peripheral::linkStands(const std::shared_ptr<GattSession>& session) {
 }
 
 void Peripheral::linkEnded(const CBError* error) {
-    if (error) {
+    // Without a session this one was cancelled already, and another may be wanted.
+    if (error && session_) {
         wantsLink_ = false;
         forgetLink();
     }
@@ -245,7 +248,7 @@ void Peripheral::tellServices(const std::vector<CBUUID>& wanted) {
 
 void Peripheral::discoverCharacteristics(std::span<const CBUUID> wanted, const CBService& service) {
     const auto& discovered = static_cast<const DiscoveredService&>(service);
-    if (!session_ || discovered.session.lock() != session_) return;
+    if (!isCurrent(discovered.session)) return;
     deliver([list = std::vector(wanted.begin(), wanted.end()), path = discovered.path](Peripheral& self) {
         self.tellCharacteristics(list, path);
     });
@@ -277,7 +280,7 @@ void Peripheral::tellCharacteristics(const std::vector<CBUUID>& wanted, const st
 
 void Peripheral::setNotifyValue(bool enabled, const CBCharacteristic& characteristic) {
     const auto& discovered = static_cast<const DiscoveredCharacteristic&>(characteristic);
-    if (!session_ || discovered.session.lock() != session_) return;
+    if (!isCurrent(discovered.session)) return;
     if (enabled) {
         session_->subscribe(discovered.path, shared_from_this());
     } else {
@@ -288,7 +291,7 @@ void Peripheral::setNotifyValue(bool enabled, const CBCharacteristic& characteri
 void Peripheral::writeValue(Bytes value, const CBCharacteristic& characteristic,
                             CBCharacteristicWriteType type) {
     const auto& discovered = static_cast<const DiscoveredCharacteristic&>(characteristic);
-    if (!session_ || discovered.session.lock() != session_) return;
+    if (!isCurrent(discovered.session)) return;
     session_->write(discovered.path, value, type);
 }
 

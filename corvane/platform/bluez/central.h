@@ -82,8 +82,11 @@ public:
 
     const std::string& device() const { return device_; }
     bool belongsTo(const Central& central) const;
-    /// The device may have another path on another adapter.
-    void follow(const DeviceNode& device) { device_ = device.path; }
+    /// The device may have another path on another adapter. A link is found again by the path for which it
+    /// was asked.
+    void follow(const DeviceNode& device) {
+        if (!wantsLink_) device_ = device.path;
+    }
 
     void connect(Radio& radio);
     void cancel(Radio& radio);
@@ -96,6 +99,9 @@ private:
     void valueArrived(std::string_view characteristic, Bytes value) override;
 
     void forgetLink();
+    bool isCurrent(const std::weak_ptr<GattSession>& foundOn) const {
+        return session_ && foundOn.lock() == session_;
+    }
     template <class Event>
     void deliver(Event event);
     void tellServices(const std::vector<CBUUID>& wanted);

@@ -118,8 +118,11 @@ std::string_view DeviceNode::adapterPath() const { return parentOf(path); }
 bool ObjectTree::load(sd_bus_message* message) {
     clear();
     if (!sd_bus_message_has_signature(message, "a{oa{sa{sv}}}")) return false;
-    return readEntries(message, 'o', "a{sa{sv}}",
-                       [&](std::string_view path) { return readInterfaces(message, path, false); });
+    const bool read = readEntries(message, 'o', "a{sa{sv}}", [&](std::string_view path) {
+        return readInterfaces(message, path, false);
+    });
+    if (!read) clear();
+    return read;
 }
 
 void ObjectTree::clear() {
@@ -225,8 +228,12 @@ void ObjectTree::propertiesChanged(sd_bus_message* signal) {
 void ObjectTree::adapterPropertiesChanged(sd_bus_message* signal, std::string_view path) {
     const auto adapter = adapters_.find(path);
     if (adapter == adapters_.end()) return;
-    readAdapter(signal, adapter->second);
-    observer_.adaptersChanged();
+    AdapterNode& node = adapter->second;
+    const AdapterNode before = node;
+    if (!readAdapter(signal, node)) return;
+    // Of what else an adapter tells nobody here makes use, and it is no news of these.
+    if (node.powered != before.powered) observer_.adaptersChanged();
+    if (node.discovering != before.discovering) observer_.discoveringChanged(node);
 }
 
 void ObjectTree::devicePropertiesChanged(sd_bus_message* signal, std::string_view path) {

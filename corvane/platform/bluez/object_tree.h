@@ -65,7 +65,10 @@ public:
     /// Told after the change. References are valid during the call.
     class Observer {
     public:
+        /// One came or went, or was switched on or off.
         virtual void adaptersChanged() = 0;
+        /// Not told of an adapter that comes. For those who scan.
+        virtual void discoveringChanged(const AdapterNode& /*adapter*/) {}
         virtual void deviceAppeared(DeviceNode& device) = 0;
         virtual void deviceChanged(DeviceNode& device, const DeviceChange& change) = 0;
         virtual void deviceVanished(const DeviceNode& device) = 0;
@@ -79,7 +82,8 @@ public:
 
     explicit ObjectTree(Observer& observer) : observer_(observer) {}
 
-    /// Takes a reply to GetManagedObjects in place of everything known. Tells nobody.
+    /// Takes a reply to GetManagedObjects in place of everything known. Tells nobody. A malformed one leaves
+    /// nothing.
     bool load(sd_bus_message* managedObjects);
     void clear();
 

@@ -85,7 +85,6 @@ void Radio::waitForRecovery() {
 
 void Radio::adaptersChanged() {
     const AdapterNode* used = adapter();
-    if (used) discovery_.discoveringChanged(used->discovering);
     if (used && used->powered) return publish();
     // The loss of one adapter is told before another one takes its place.
     if (published_ == CBManagerState::poweredOn) publish();
@@ -93,6 +92,10 @@ void Radio::adaptersChanged() {
     adapter_ = chosen ? chosen->path : std::string();
     if (chosen) recovery_.reset();
     publish();
+}
+
+void Radio::discoveringChanged(const AdapterNode& adapter) {
+    if (adapter.path == adapter_) discovery_.discoveringChanged(adapter.discovering);
 }
 
 void Radio::add(Central& central) {
@@ -172,6 +175,10 @@ void Radio::notifyingChanged(std::string_view characteristic, bool notifying) {
 GattSession* Radio::sessionOf(std::string_view characteristic) {
     const Link* link = findLink(parentOf(parentOf(characteristic)));
     return link ? link->session() : nullptr;
+}
+
+std::string Radio::pathInUse(std::string_view device) const {
+    return adapter_ + std::string(device.substr(parentOf(device).size()));
 }
 
 Link& Radio::linkTo(const std::string& device) {

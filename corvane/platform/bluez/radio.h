@@ -35,6 +35,9 @@ public:
     void scanStarted(Central& central);
     void scanStopped();
 
+    /// The device's path on the adapter in use, whichever it was found on.
+    std::string pathInUse(std::string_view device) const;
+
     /// Made when there is none.
     Link& linkTo(const std::string& device);
     /// Null when there is none.
@@ -42,6 +45,7 @@ public:
 
 private:
     void adaptersChanged() override;
+    void discoveringChanged(const AdapterNode& adapter) override;
     void deviceAppeared(DeviceNode& device) override;
     void deviceChanged(DeviceNode& device, const ObjectTree::DeviceChange& change) override;
     void deviceVanished(const DeviceNode& device) override;
