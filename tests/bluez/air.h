@@ -38,6 +38,9 @@ public:
     /// Runs everything that happens in this time.
     void runFor(std::chrono::nanoseconds time);
 
+    /// What either side has sent is where it is to go when this returns; nobody has handled it yet.
+    void passOn();
+
     /// How many rules the daemon keeps for the platform.
     std::size_t matchRules();
 

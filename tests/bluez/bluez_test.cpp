@@ -16,7 +16,70 @@ constexpr const char* reading = "poweredOn connect loading 36.6 disconnect";
 Refusal inProgress() { return {"org.bluez.Error.InProgress", "In Progress"}; }
 Refusal failed(const char* text) { return {"org.bluez.Error.Failed", text}; }
 
+// An application without a driver: it connects when the test says so, and subscribes to what it finds.
+class Client final : public CBCentralManagerDelegate,
+                     public CBPeripheralDelegate,
+                     public std::enable_shared_from_this<Client> {
+public:
+    static std::shared_ptr<Client> make(Ward& ward) {
+        const auto client = std::make_shared<Client>();
+        client->central = ward.air.platform.makeCentralManager(client);
+        ward.air.runFor(1s);
+        return client;
+    }
+    /// The scan goes on.
+    PeripheralRef find(Ward& ward, std::string_view name = TemperatureAOJ20ADevice::deviceName) {
+        central->scanForPeripherals();
+        ward.air.runFor(1s);
+        return found[std::string(name)];
+    }
+    void subscribe() { peripheral->setNotifyValue(true, *characteristic); }
+
+    void didUpdateState() override {}
+    void didDiscover(const PeripheralRef& device) override { found[device->name().value_or("")] = device; }
+    void didConnect(const PeripheralRef& device) override {
+        peripheral = device;
+        device->setDelegate(weak_from_this());
+        device->discoverServices({});
+    }
+    void didDisconnectPeripheral(const PeripheralRef&, const CBError* error) override {
+        ends.push_back(error ? error->localizedDescription : "asked for");
+    }
+    void didDiscoverServices(const PeripheralRef& device, const CBError*) override {
+        const auto services = device->services().value();
+        device->discoverCharacteristics({}, *services.front());
+    }
+    void didDiscoverCharacteristicsFor(const PeripheralRef&, const ServiceRef& service,
+                                       const CBError*) override {
+        characteristic = service->characteristics->front();
+        if (subscribes) subscribe();
+    }
+    void didUpdateValueFor(const PeripheralRef&, const CharacteristicRef&, std::optional<Bytes>,
+                           const CBError*) override {
+        ++values;
+        if (whenValueComes) whenValueComes();
+    }
+
+    std::shared_ptr<CBCentralManager> central;
+    std::map<std::string, PeripheralRef> found;
+    PeripheralRef peripheral;
+    CharacteristicRef characteristic;
+    bool subscribes = true;
+    int values = 0;
+    std::vector<std::string> ends;
+    std::function<void()> whenValueComes;
+};
+
 // States.
+
+TEST(BlueZState, IsNotTakenFromAnswersOfAnotherShape) {
+    std::vector<std::string> lines;
+    Ward ward({.diagnostics = [&](std::string_view line) { lines.emplace_back(line); }});
+    ward.air.service.emptyReplies["GetManagedObjects"] = 1;
+    ward.reader.driver->startScan();
+    EXPECT_TRUE(ward.waitFor("36.6"));
+    EXPECT_EQ(lines, std::vector<std::string>{"GetManagedObjects: malformed"});
+}
 
 TEST(BlueZState, FollowsTheAdapter) {
     Ward ward;
@@ -145,6 +208,8 @@ const Trouble troubles[] = {
          service.refusals["AcquireNotify"] = {{"org.bluez.Error.NotPermitted", "Notify acquired"}};
      },
      BlueZNotifyPath::socket},
+    {"TheReplyHoldsNoSocket", [](StandIn& service) { service.emptyReplies["AcquireNotify"] = 1; },
+     BlueZNotifyPath::socket},
     {"SomebodyElseHasSubscribed",
      [](StandIn& service) { service.refusals["AcquireNotify"] = {inProgress()}; }, BlueZNotifyPath::socket},
 };
@@ -259,6 +324,175 @@ TEST_P(BlueZBlow, AtEachStepIsRecoveredFrom) {
 
 INSTANTIATE_TEST_SUITE_P(Each, BlueZBlow, testing::ValuesIn(blows),
                          [](const auto& blow) { return std::string(blow.param.name); });
+
+// Links that come and go otherwise than in a measurement.
+
+TEST(BlueZLink, IsMadeOnTheAdapterInUseAndCanBeCancelled) {
+    for (const bool scans : {false, true}) {
+        SCOPED_TRACE(scans);
+        Ward ward;
+        StandIn& service = ward.air.service;
+        const auto client = Client::make(ward);
+        const auto device = client->find(ward);
+        const std::string path = service.pathOf(*ward.thermometer);
+        service.removeAdapter();
+        service.objects().add("/org/bluez/hci1", "org.bluez.Adapter1", {{"Powered", true}});
+        ward.air.runFor(1s);
+        client->central->connect(device);
+        if (scans) client->central->scanForPeripherals();
+        ward.air.runFor(1s);
+        service.objects().add(
+            "/org/bluez/hci1" + path.substr(path.rfind('/')), "org.bluez.Device1",
+            {{"Address", std::string("C0:FF:EE:00:00:01")}, {"AddressType", std::string("random")}});
+        ward.air.runFor(1s);
+        EXPECT_GT(service.calls["Connect"], 0);
+        client->central->stopScan();
+        client->central->cancelPeripheralConnection(device);
+        ward.air.runFor(60s);
+        EXPECT_EQ(ward.air.loop.timeout(), std::nullopt) << "nobody wants anything";
+    }
+}
+
+TEST(BlueZLink, ThatIsAskedForWhileTheFormerEndsCanBeCancelled) {
+    Ward ward({.notifyPath = BlueZNotifyPath::socket});
+    ward.air.service.habits.keepsEarlyValuesOnSocket = true;
+    const auto client = Client::make(ward);
+    const auto device = client->find(ward);
+    client->central->stopScan();
+    client->central->connect(device);
+    ward.air.runFor(1s);
+    ASSERT_EQ(client->values, 1);
+    client->whenValueComes = [&] {
+        client->central->cancelPeripheralConnection(device);
+        client->central->connect(device);
+    };
+    ward.air.service.objects().set(ward.air.service.pathOf(*ward.thermometer),
+                                   Properties{{"Connected", false}, {"ServicesResolved", false}});
+    ward.air.passOn();
+    ward.thermometer->send();
+    ward.air.runUntil([&] { return client->values == 2; });
+    client->whenValueComes = nullptr;
+    ward.air.runFor(1s);
+    EXPECT_EQ(client->ends.size(), 1u);
+    client->central->cancelPeripheralConnection(device);
+    ward.air.runFor(10s);
+    EXPECT_EQ(ward.leftovers(), "");
+}
+
+TEST(BlueZLink, ThatIsThereAlreadyIsAskedForOnceWhileAnotherHasTheAir) {
+    Ward ward;
+    ward.air.service.leaveLinks();
+    const auto absent = std::make_shared<Thermometer>();
+    absent->advertised = "absent";
+    ward.air.service.add(absent);
+    ward.air.service.habits.connectTime = 40s;
+    const auto client = Client::make(ward);
+    const auto sought = client->find(ward, "absent");
+    client->central->stopScan();
+    ward.air.service.remove(*absent);
+    client->central->connect(sought);
+    ward.air.runFor(1s);
+    client->central->connect(client->found[std::string(TemperatureAOJ20ADevice::deviceName)]);
+    ward.air.runFor(1s);
+    EXPECT_EQ(client->values, 1);
+    EXPECT_EQ(ward.air.service.calls["Connect"], 2);
+}
+
+TEST(BlueZLink, IsNotAskedForBeforeDiscoveryHasEnded) {
+    const std::pair<const char*, void (*)(ExportedObjects&)> others[] = {
+        {"its Alias",
+         [](ExportedObjects& objects) { objects.set("/org/bluez/hci0", "Alias", std::string("ward")); }},
+        {"another one", [](ExportedObjects& objects) {
+             objects.add("/org/bluez/hci1", "org.bluez.Adapter1", {{"Powered", true}});
+         }}};
+    for (const auto& [name, tell] : others) {
+        SCOPED_TRACE(name);
+        Ward ward;
+        StandIn& service = ward.air.service;
+        const auto client = Client::make(ward);
+        const auto device = client->find(ward);
+        service.objects().set(service.adapter(), "Discovering", false);
+        ward.air.runFor(1s);
+        service.lostCalls["StopDiscovery"] = 1;
+        tell(service.objects());
+        client->central->connect(device);
+        ward.air.runFor(2s);
+        EXPECT_EQ(service.connectsWhileDiscovering, 0);
+    }
+}
+
+TEST(BlueZLink, ThatStoodAfterItsAttemptHadFailedIsEnded) {
+    Ward ward;
+    const auto client = Client::make(ward);
+    const auto device = client->find(ward);
+    client->central->stopScan();
+    ward.air.service.refusals["Connect"].assign(100, failed("Operation already in progress"));
+    client->central->connect(device);
+    ward.air.runFor(12s);  // The next attempt is seconds away.
+    ward.air.service.leaveLinks();
+    ward.air.runFor(10ms);
+    client->central->cancelPeripheralConnection(device);
+    ward.air.runFor(10s);
+    EXPECT_EQ(ward.leftovers(), "");
+}
+
+TEST(BlueZLink, ToldOfItsLossGivesTheReasonThatStillHolds) {
+    const struct {
+        BlueZNotifyPath notifyPath;
+        const char* method;
+        Refusal refusal;
+        std::size_t times;
+        const char* reason;
+    } cases[] = {
+        {BlueZNotifyPath::socket, "AcquireNotify", inProgress(), 1, "The link to the device was lost."},
+        {BlueZNotifyPath::signals, "StartNotify", inProgress(), 1, "The link to the device was lost."},
+        {BlueZNotifyPath::signals, "StartNotify", inProgress(), 100, "In Progress"},
+        {BlueZNotifyPath::signals, "StartNotify", failed("Insufficient"), 1, "Insufficient"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.reason);
+        Ward ward({.notifyPath = c.notifyPath});
+        const auto client = Client::make(ward);
+        client->central->connect(client->find(ward));
+        ward.air.service.refusals[c.method].assign(c.times, c.refusal);
+        ward.air.runFor(60s);
+        ward.thermometer->host->disconnect();
+        ward.air.runFor(1s);
+        EXPECT_EQ(client->ends, std::vector<std::string>{c.reason});
+    }
+}
+
+TEST(BlueZSubscription, ThatWasRefusedCanBeAskedForAgain) {
+    Ward ward;
+    const auto client = Client::make(ward);
+    ward.air.service.refusals["StartNotify"] = {failed("Insufficient")};
+    client->central->connect(client->find(ward));
+    ward.air.runFor(1s);
+    ASSERT_EQ(client->values, 0);
+    for (int i = 0; i < 3; ++i) client->subscribe();
+    ward.air.runFor(1s);
+    EXPECT_EQ(client->values, 1);
+    EXPECT_EQ(ward.air.service.calls["StartNotify"], 2) << "asked for again once";
+}
+
+TEST(BlueZSubscription, EndsWithTheOneWhoHasItAlsoWhereTheLinkStays) {
+    Ward ward;
+    const auto client = Client::make(ward);
+    const auto other = Client::make(ward);
+    other->subscribes = false;
+    const auto device = client->find(ward);
+    other->central->connect(other->find(ward));
+    client->central->connect(device);
+    ward.air.runFor(1s);
+    ASSERT_EQ(client->values, 1);
+    client->central->cancelPeripheralConnection(device);
+    ward.air.runFor(1s);
+    EXPECT_EQ(ward.air.service.links(), 1u);
+    EXPECT_EQ(ward.air.service.notifySessions(), 0u);
+    client->central->connect(device);
+    ward.air.runFor(1s);
+    EXPECT_EQ(client->values, 2);
+}
 
 // Several who want something.
 

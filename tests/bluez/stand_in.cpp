@@ -162,6 +162,7 @@ bool StandIn::received(sd_bus_message* message) {
 }
 
 void StandIn::handle(const IncomingCall& call) {
+    if (isNext(lostCalls, call.member)) return;
     if (auto& refused = refusals[call.member]; !refused.empty()) {
         const Refusal refusal = refused.front();
         refused.pop_front();
@@ -230,6 +231,11 @@ void StandIn::clientLeft(const std::string& client) {
     for (const auto& device : std::vector(devices_)) device->clientLeft(client);
 }
 
+bool StandIn::isNext(std::map<std::string, int>& planned, const std::string& method) {
+    int& left = planned[method];
+    return left > 0 && left-- > 0;
+}
+
 Message StandIn::newReply(const IncomingCall& call) {
     sd_bus_message* reply = nullptr;
     sd_bus_message_new_method_return(call.message.get(), &reply);
@@ -246,13 +252,11 @@ void StandIn::answer(const IncomingCall& call, const Refusal& refusal) {
 }
 
 void StandIn::answer(const IncomingCall& call, const Message& reply) {
-    if (lostReplies[call.member] > 0) {
-        --lostReplies[call.member];
-        return;
-    }
+    if (isNext(lostReplies, call.member)) return;
+    const Message sent = isNext(emptyReplies, call.member) ? newReply(call) : reply;
     // The call may be older than the service's present life.
     if (bus_ && sd_bus_message_get_bus(call.message.get()) == bus_->handle())
-        sd_bus_send(bus_->handle(), reply.get(), nullptr);
+        sd_bus_send(bus_->handle(), sent.get(), nullptr);
 }
 
 }  // namespace corvane::bluez

@@ -77,8 +77,12 @@ public:
     std::map<std::string, int> calls;
     /// By method: the next calls are refused so.
     std::map<std::string, std::deque<Refusal>> refusals;
+    /// By method: so many of the next calls do not arrive.
+    std::map<std::string, int> lostCalls;
     /// By method: so many of the next calls are done but not answered.
     std::map<std::string, int> lostReplies;
+    /// By method: so many of the next calls are done, and the answer lacks what it should hold.
+    std::map<std::string, int> emptyReplies;
     /// Attempts to connect while discovery was on; real controllers take ten seconds for those.
     int connectsWhileDiscovering = 0;
 
@@ -126,6 +130,7 @@ public:
     Message newReply(const IncomingCall& call);
 
 private:
+    static bool isNext(std::map<std::string, int>& planned, const std::string& method);
     void takeName();
     void exportAdapter();
     bool received(sd_bus_message* message);

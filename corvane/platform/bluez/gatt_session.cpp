@@ -40,7 +40,8 @@ void GattSession::subscribe(const std::string& characteristic,
     if (std::none_of(listeners.begin(), listeners.end(),
                      [&](const auto& entry) { return isListener(entry, *listener); }))
         listeners.push_back(listener);
-    if (!isNew) return;
+    const bool wasRefused = std::exchange(subscription->second.refused, false);
+    if (!isNew && !wasRefused) return;
     const bool bySocket = notifyPath_ == BlueZNotifyPath::socket;
     enqueue({.kind = bySocket ? Operation::Kind::acquireNotify : Operation::Kind::startNotify,
              .characteristic = characteristic});
@@ -54,6 +55,13 @@ void GattSession::unsubscribe(const std::string& characteristic, const ValueList
     closeSocket(found->second);
     subscriptions_.erase(found);
     enqueue({.kind = Operation::Kind::stopNotify, .characteristic = characteristic});
+}
+
+void GattSession::unsubscribe(const ValueListener& listener) {
+    std::vector<std::string> characteristics;
+    for (const auto& [characteristic, subscription] : subscriptions_)
+        characteristics.push_back(characteristic);
+    for (const std::string& characteristic : characteristics) unsubscribe(characteristic, listener);
 }
 
 void GattSession::forget(const ValueListener& listener) {
@@ -107,19 +115,17 @@ void GattSession::answered(const Reply& reply) {
     using Kind = Operation::Kind;
     const auto self = shared_from_this();
     Operation& operation = operations_.front();
-    if (!reply.failed()) {
-        if (operation.kind == Kind::acquireNotify) socketArrived(reply);
-        return done();
-    }
-    diagnose_(methodOf(operation), reply);
-    if (operation.kind == Kind::acquireNotify) {
-        // Somebody else may be subscribed already, or the device indicates: signals serve both.
-        operation.kind = Kind::startNotify;
-    } else if (!reply.is(errorInProgress) || ++operation.refusals > mostRefusals) {
-        return done();
-    } else {
-        return retryLater();
-    }
+    const bool acquires = operation.kind == Kind::acquireNotify;
+    if (reply.failed()) diagnose_(methodOf(operation), reply);
+    // Somebody else may be subscribed already, or the device indicates: signals serve both.
+    if (acquires && !takeSocket(reply)) return performInstead(Kind::startNotify);
+    if (!reply.failed()) return succeeded();
+    if (!reply.is(errorInProgress) || ++operation.refusals > mostRefusals) return givenUp(reply);
+    retryLater();
+}
+
+void GattSession::performInstead(Operation::Kind kind) {
+    operations_.front().kind = kind;
     call_.reset();
     performNext();
 }
@@ -132,26 +138,39 @@ void GattSession::retryLater() {
     });
 }
 
+void GattSession::givenUp(const Reply& reply) {
+    lastRefusal_ = reply.errorText();
+    const Operation& operation = operations_.front();
+    Subscription* subscription = subscriptionOf(operation.characteristic);
+    if (subscription && operation.kind == Operation::Kind::startNotify) subscription->refused = true;
+    done();
+}
+
+void GattSession::succeeded() {
+    lastRefusal_.clear();
+    done();
+}
+
 void GattSession::done() {
     call_.reset();
     operations_.pop_front();
     performNext();
 }
 
-void GattSession::socketArrived(const Reply& reply) {
+// False where there is none in the reply, or it is of no use.
+bool GattSession::takeSocket(const Reply& reply) {
     const std::string characteristic = operations_.front().characteristic;
     Subscription* subscription = subscriptionOf(characteristic);
     int borrowed = -1;
-    if (!subscription || sd_bus_message_read_basic(reply.message(), 'h', &borrowed) <= 0) return;
+    if (!subscription || reply.failed() || sd_bus_message_read_basic(reply.message(), 'h', &borrowed) <= 0)
+        return false;
     subscription->socket = NotifySocket::make(
         Descriptor(::fcntl(borrowed, F_DUPFD_CLOEXEC, 3)),
         [this, characteristic](Bytes value) { deliver(characteristic, value); },
         [this, characteristic] { socketHungUp(characteristic); });
-    if (subscription->socket) {
-        loop_.attach(subscription->socket);
-    } else {
-        enqueue({.kind = Operation::Kind::startNotify, .characteristic = characteristic});
-    }
+    if (!subscription->socket) return false;
+    loop_.attach(subscription->socket);
+    return true;
 }
 
 void GattSession::socketHungUp(const std::string& characteristic) {
@@ -174,7 +193,7 @@ void GattSession::notifyingChanged(std::string_view characteristic, bool notifyi
     if (!notifying || !call_ || operations_.empty()) return;
     const Operation& waiting = operations_.front();
     // As good as the reply, which may have got lost.
-    if (waiting.kind == Operation::Kind::startNotify && waiting.characteristic == characteristic) done();
+    if (waiting.kind == Operation::Kind::startNotify && waiting.characteristic == characteristic) succeeded();
 }
 
 void GattSession::valueSignalled(std::string_view characteristic, Bytes value) {

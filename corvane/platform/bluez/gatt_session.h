@@ -40,6 +40,7 @@ public:
     /// Values are let through from here on, not only from when BlueZ answers: some come before.
     void subscribe(const std::string& characteristic, const std::shared_ptr<ValueListener>& listener);
     void unsubscribe(const std::string& characteristic, const ValueListener& listener);
+    void unsubscribe(const ValueListener& listener);
     /// Takes the listener's subscriptions back without a word to the device: its link ends.
     void forget(const ValueListener& listener);
     void write(const std::string& characteristic, Bytes value, CBCharacteristicWriteType type);
@@ -47,6 +48,9 @@ public:
     // What the service signals.
     void valueSignalled(std::string_view characteristic, Bytes value);
     void notifyingChanged(std::string_view characteristic, bool notifying);
+
+    /// Why the last operation was given up, in BlueZ's words; empty when one has succeeded since.
+    const std::string& lastRefusal() const { return lastRefusal_; }
 
     /// The link is gone. Values that already wait on sockets are handed over before.
     void end();
@@ -56,6 +60,7 @@ private:
         std::vector<std::weak_ptr<ValueListener>> listeners;
         std::shared_ptr<NotifySocket> socket;
         std::unique_ptr<Timer> fallBack;
+        bool refused = false;  // To be asked for again by the next who wants it.
     };
     struct Operation {
         enum class Kind { acquireNotify, startNotify, stopNotify, write } kind;
@@ -70,9 +75,12 @@ private:
     void performNext();
     void perform(const Operation& operation);
     void answered(const Reply& reply);
+    void performInstead(Operation::Kind kind);
     void retryLater();
+    void givenUp(const Reply& reply);
+    void succeeded();
     void done();
-    void socketArrived(const Reply& reply);
+    bool takeSocket(const Reply& reply);
     void socketHungUp(const std::string& characteristic);
     void closeSocket(Subscription& subscription);
     void closeAll();
@@ -89,6 +97,7 @@ private:
     std::deque<Operation> operations_;
     Call call_;
     std::unique_ptr<Timer> retry_;
+    std::string lastRefusal_;
     bool ended_ = false;
 };
 

@@ -43,19 +43,30 @@ void Link::leave(const LinkListener& listener) {
     if (found == listeners_.end()) return;
     const auto left = *found;
     listeners_.erase(found);
-    if (phase_ == Phase::up) session_->forget(*left);
-    if (phase_ == Phase::up && !listeners_.empty()) return left->linkEnded(nullptr);
+    if (phase_ == Phase::up && !listeners_.empty()) {
+        session_->unsubscribe(*left);
+        return left->linkEnded(nullptr);
+    }
     if (!listeners_.empty() || phase_ == Phase::closing) return;
-    if (phase_ == Phase::up) leaving_.push_back(left);
-    if (phase_ == Phase::up || phase_ == Phase::connecting) return close();
-    enter(Phase::over);
+    if (phase_ == Phase::up) {
+        session_->forget(*left);
+        leaving_.push_back(left);
+    }
+    mayStand() ? close() : enter(Phase::over);
+}
+
+// An attempt may have come to its end after it had been given up.
+bool Link::mayStand() const {
+    if (phase_ == Phase::up || phase_ == Phase::connecting) return true;
+    return failures_ > 0 && node() && node()->connected;
 }
 
 void Link::begin() {
     if (!node()) return enter(Phase::waitingForDevice);
-    enter(Phase::waitingForAir);
     // A link that is there already needs no air.
     if (node()->connected) return connect();
+    // The air may be quiet at once.
+    enter(Phase::waitingForAir);
     pause_ = around_.discovery.pause();
 }
 
@@ -74,13 +85,8 @@ void Link::connect() {
 
 void Link::answered(const Reply& reply) {
     if (!reply.failed() || reply.is("org.bluez.Error.AlreadyConnected")) return stands();
-    refused("Connect", reply);
+    around_.diagnose("Connect", reply);
     attemptFailed();
-}
-
-void Link::refused(const char* call, const Reply& reply) {
-    lastRefusal_ = reply.errorText();
-    around_.diagnose(call, reply);
 }
 
 void Link::attemptFailed() {
@@ -91,10 +97,8 @@ void Link::attemptFailed() {
 void Link::stands() {
     enter(Phase::up);
     failures_ = 0;
-    lastRefusal_.clear();
     session_ =
-        std::make_shared<GattSession>(around_.service, around_.loop, around_.notifyPath,
-                                      [this](const char* call, const Reply& reply) { refused(call, reply); });
+        std::make_shared<GattSession>(around_.service, around_.loop, around_.notifyPath, around_.diagnose);
     for (const auto& listener : listeners_) listener->linkStands(session_);
 }
 
@@ -132,7 +136,8 @@ void Link::lost() {
     enter(Phase::over);
     // Hands over what came before the end, and whoever receives it may act.
     session->end();
-    const CBError error{lastRefusal_.empty() ? "The link to the device was lost." : lastRefusal_};
+    const std::string& refusal = session->lastRefusal();
+    const CBError error{refusal.empty() ? "The link to the device was lost." : refusal};
     for (const auto& listener : lost) listener->linkEnded(&error);
 }
 

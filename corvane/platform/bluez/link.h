@@ -70,9 +70,9 @@ private:
     void begin();
     void connect();
     void answered(const Reply& reply);
-    void refused(const char* call, const Reply& reply);
     void attemptFailed();
     void stands();
+    bool mayStand() const;
     void close();
     void closeIfDown();
     void closed();
@@ -91,7 +91,6 @@ private:
     unsigned failures_ = 0;
     bool wasConnected_ = false;  // In this attempt, or when closing began.
     bool disconnectAnswered_ = false;
-    std::string lastRefusal_;
 };
 
 }  // namespace corvane::bluez
