@@ -261,10 +261,16 @@ TEST_F(CoreBluetoothPlatformTest, LinksThatEndWithTheAdapterAreReportedOnceAndFi
 }
 
 TEST_F(CoreBluetoothPlatformTest, AnAdapterThatIsBackBeforeItsEventsHasLostItsLinks) {
-    begin();
-    radio::setState(CBManagerState::poweredOff);
-    power(CBManagerState::poweredOn);
-    EXPECT_THAT(owner->take(), ElementsAre("disconnected: Bluetooth is not available.", "state 5"));
+    for (const auto state : {CBManagerState::poweredOff, CBManagerState::resetting}) {
+        owner = std::make_shared<Owner>();
+        radio::reset();
+        begin();
+        radio::setState(state);
+        radio::setState(CBManagerState::poweredOn);
+        connect();  // asks before the old link's end is told
+        EXPECT_THAT(owner->take(), ElementsAre("disconnected: Bluetooth is not available.", "state 5"));
+        EXPECT_EQ(radio::links(), 0u);
+    }
 }
 
 TEST_F(CoreBluetoothPlatformTest, WhatIsAskedForBetweenTheEventsOfTheAdapterEndsInTheSystemToo) {
