@@ -39,6 +39,17 @@ struct Moment {
     std::size_t number = 0;
 };
 
+/// The numbers of the moments that are tried: all of a usual measurement. A recorder's transfer is blocks
+/// of the same frames, of which the first is tried whole, and moments here and there of the others.
+std::vector<std::size_t> numbersOfMoments(std::size_t first, std::size_t last) {
+    constexpr std::size_t whole = 160, end = 40, stride = 11;
+    std::vector<std::size_t> numbers;
+    for (std::size_t k = first; k <= last; ++k) {
+        if (k < whole || k + end > last || k % stride == 0) numbers.push_back(k);
+    }
+    return numbers;
+}
+
 /// One measurement, with one thing done to its driver on the way.
 class Play {
 public:
@@ -158,11 +169,12 @@ private:
         std::size_t required = 0;
         const auto sweep = [&](bool lateEvents, std::span<const NamedAction> actions) {
             const auto [steps, calls] = lengthOfMeasurement(lateEvents);
-            required += steps * actions.size();
+            const auto afterSteps = numbersOfMoments(0, steps);
+            required += (afterSteps.size() - 1) * actions.size();
             for (const NamedAction& action : actions) {
-                for (std::size_t k = 0; k <= steps; ++k)
+                for (const std::size_t k : afterSteps)
                     cases += play(lateEvents, {Moment::Kind::afterStep, k}, action);
-                for (std::size_t k = 1; k <= calls; ++k)
+                for (const std::size_t k : numbersOfMoments(1, calls))
                     cases += play(lateEvents, {Moment::Kind::insideCall, k}, action);
             }
         };
