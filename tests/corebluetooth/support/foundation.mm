@@ -20,9 +20,6 @@ static objc::Class* asClass(Class cls) { return (__bridge objc::Class*)cls; }
 + (instancetype)new {
     return [[self alloc] init];
 }
-+ (Class)class {
-    return self;
-}
 - (instancetype)init {
     return self;
 }

@@ -1,4 +1,5 @@
 // Blocks: closures that start out on the stack and move to the heap when someone keeps them.
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 

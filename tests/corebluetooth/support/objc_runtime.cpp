@@ -1,5 +1,6 @@
 #include "objc_runtime.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -9,6 +10,33 @@
 #include <vector>
 
 namespace standin::objc {
+
+using Implementation = void (*)();
+using Selector = const char*;
+
+// What the compiler lays down. The layouts are its own, and so are the names of the sections.
+
+struct Method {
+    Selector name;
+    const char* types;
+    Implementation implementation;
+};
+
+template <class Entry>
+struct List {
+    std::uint32_t entrySize, count;
+    Entry* entries() { return reinterpret_cast<Entry*>(this + 1); }
+};
+
+struct ClassData {
+    std::uint32_t flags, instanceStart, instanceSize;
+    void* ivarLayout;
+    const char* name;
+    List<Method>* methods;
+    void *protocols, *ivars, *weakIvarLayout, *properties;
+
+    static constexpr std::uint32_t metaclass = 1;
+};
 
 struct MethodTable {
     std::unordered_map<Selector, Implementation> own;
@@ -39,6 +67,11 @@ constexpr std::int64_t liveTag = 0x6f626a63;
 constexpr std::int64_t leaving = -1;
 
 std::size_t live = 0;
+
+[[noreturn]] void die(const char* what, const char* className, const char* selector = "") {
+    std::fprintf(stderr, "Objective-C runtime: %s: %s %s\n", what, className, selector);
+    std::abort();
+}
 
 Selector intern(Selector name) {
     static auto* names = new std::unordered_map<std::string_view, Selector>;
@@ -156,11 +189,6 @@ std::vector<Class*> ancestry(Class* cls) {
 }  // namespace
 
 namespace standin::objc {
-
-void die(const char* what, const char* className, const char* selector) {
-    std::fprintf(stderr, "Objective-C runtime: %s: %s %s\n", what, className, selector);
-    std::abort();
-}
 
 Object* allocate(std::size_t size, Class* isa) {
     auto* header = static_cast<Header*>(std::calloc(1, sizeof(Header) + size));

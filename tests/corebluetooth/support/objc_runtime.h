@@ -11,47 +11,13 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 
 namespace standin::objc {
 
-using Implementation = void (*)();
-using Selector = const char*;
-
-// What the compiler lays down. The layouts are its own, and so are the names of the sections.
-
-struct Method {
-    Selector name;
-    const char* types;
-    Implementation implementation;
-};
-
-struct Ivar {
-    long* offset;
-    const char *name, *type;
-    std::uint32_t alignment, size;
-};
-
-template <class Entry>
-struct List {
-    std::uint32_t entrySize, count;
-    Entry* entries() { return reinterpret_cast<Entry*>(this + 1); }
-};
-
-struct ClassData {
-    std::uint32_t flags, instanceStart, instanceSize;
-    void* ivarLayout;
-    const char* name;
-    List<Method>* methods;
-    void* protocols;
-    List<Ivar>* ivars;
-    void *weakIvarLayout, *properties;
-
-    static constexpr std::uint32_t metaclass = 1;
-};
-
 struct MethodTable;
+struct ClassData;
 
+/// As the compiler lays it down.
 struct Class {
     Class *isa, *superclass;
     MethodTable* methods;  // The compiler leaves this word to the runtime.
@@ -75,8 +41,6 @@ void dispose(Object* object);
 
 /// Instances alive, blocks included.
 std::size_t liveObjects();
-
-[[noreturn]] void die(const char* what, const char* className, const char* selector = "");
 
 }  // namespace standin::objc
 

@@ -34,7 +34,6 @@ __attribute__((objc_root_class))
 }
 + (instancetype)alloc;
 + (instancetype)new;
-+ (Class)class;
 - (instancetype)init;
 - (void)dealloc;
 - (id)copy;
