@@ -328,7 +328,7 @@ public:
     /// asked for since, as an event does not say which change it is of. Returns the devices whose links are
     /// still to be reported.
     std::vector<KnownPeripheral> adapterChanged() {
-        interrupted_ = scanning_;
+        interrupted_ |= scanning_;
         stopScan();
         std::vector<KnownPeripheral> unlinked;
         for (const auto& [identifier, peripheral] : peripherals_) {
@@ -345,7 +345,7 @@ public:
     /// A state that is as before is news to those who lost something to the change that they did not see.
     void reportState() {
         const CBManagerState before = std::exchange(state_, stateOf(manager_.state));
-        if (state_ == before && !interrupted_) return;
+        if (!std::exchange(interrupted_, false) && state_ == before) return;
         tell(delegate_, [](CBCentralManagerDelegate& delegate) { delegate.didUpdateState(); });
     }
 
@@ -492,7 +492,7 @@ private:
     ::CBCentralManager* manager_ = nil;
     CBManagerState state_ = CBManagerState::unknown;
     bool scanning_ = false;
-    bool interrupted_ = false;  // by the change of the adapter that is being reported
+    bool interrupted_ = false;  // by a change of the adapter that is still to be told
     static constexpr std::size_t fewPeripherals = 1024;
     std::size_t mostPeripherals_ = fewPeripherals;
     std::map<std::string, KnownPeripheral> peripherals_;  // by identifier
