@@ -611,5 +611,14 @@ TEST(BlueZIdentifier, IsAVersion5UuidOfAddressAndType) {
               "FCA68435-CE82-55FB-8937-44FAFB9B93C7");
 }
 
+// A regression ends in the test runner's own limit: the wait has no end of its own.
+TEST(EventLoop, DoesNotSleepBetweenATaskAndWhoeverWaitsForIt) {
+    EventLoop loop;
+    bool done = false;
+    loop.post([&] { done = true; });
+    while (!done) loop.step();
+    EXPECT_TRUE(done);
+}
+
 }  // namespace
 }  // namespace corvane::bluez

@@ -146,6 +146,17 @@ std::size_t StandIn::notifySessions() const {
     return count;
 }
 
+std::string StandIn::leftovers() const {
+    std::string text;
+    const auto note = [&](std::size_t count, const char* what) {
+        if (count > 0) text += std::to_string(count) + ' ' + what + ' ';
+    };
+    note(discoveringClients(), "discovering");
+    note(links(), "links");
+    note(notifySessions(), "notify sessions");
+    return text;
+}
+
 // Calls.
 
 bool StandIn::received(sd_bus_message* message) {

@@ -114,6 +114,8 @@ public:
     std::size_t discoveringClients() const { return discoverers_.size(); }
     std::size_t links() const;
     std::size_t notifySessions() const;
+    /// What clients have not taken back, in words; empty if it is nothing.
+    std::string leftovers() const;
 
     const std::string& adapter() const { return adapter_; }
     EventLoop& loop() { return loop_; }

@@ -79,15 +79,4 @@ std::string Ward::measure() {
     return reader.news();
 }
 
-std::string Ward::leftovers() {
-    std::string text;
-    const auto note = [&](std::size_t count, const char* what) {
-        if (count > 0) text += std::to_string(count) + ' ' + what + ' ';
-    };
-    note(air.service.discoveringClients(), "discovering");
-    note(air.service.links(), "links");
-    note(air.service.notifySessions(), "notify sessions");
-    return text;
-}
-
 }  // namespace corvane::bluez

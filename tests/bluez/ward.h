@@ -52,8 +52,8 @@ struct Ward {
     bool waitFor(const Reader& who, std::string_view what);
     /// Scans until there is a reading, ends the link, and returns what was heard.
     std::string measure();
-    /// What this process has left at the service, in words; empty if it is nothing.
-    std::string leftovers();
+    /// What this process has left at the service.
+    std::string leftovers() { return air.service.leftovers(); }
 
     Air air;
     std::shared_ptr<Thermometer> thermometer = std::make_shared<Thermometer>();

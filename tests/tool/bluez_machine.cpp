@@ -41,18 +41,8 @@ bool BlueZMachine::waitFor(const std::function<bool()>& done) {
 }
 
 std::string BlueZMachine::leftovers() {
-    const auto inWords = [this] {
-        std::string text;
-        const auto note = [&](std::size_t count, const char* what) {
-            if (count > 0) text += std::to_string(count) + ' ' + what + ' ';
-        };
-        note(service.discoveringClients(), "discovering");
-        note(service.links(), "links");
-        note(service.notifySessions(), "notify sessions");
-        return text;
-    };
-    waitFor([&] { return inWords().empty(); });
-    return inWords();
+    waitFor([this] { return service.leftovers().empty(); });
+    return service.leftovers();
 }
 
 }  // namespace corvane

@@ -21,7 +21,7 @@ public:
 
     /// For what is still on its way; returns what `done` returned last.
     bool waitFor(const std::function<bool()>& done);
-    /// What clients have left at the service, in words.
+    /// What clients have left at the service in the end.
     std::string leftovers();
 
 private:
