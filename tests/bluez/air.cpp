@@ -36,6 +36,8 @@ LoopPlatform::makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegat
 }
 
 Air::Air(BlueZOptions options) : service(privateBus().address(), loop), platform(std::move(options), loop) {
+    // However slow the machine, no timer is due while something is still on its way.
+    loop.stopClock();
     int error = 0;
     witness_ = Bus::open(privateBus().address(), error);
     loop.attach(witness_);

@@ -94,7 +94,7 @@ std::optional<Clock::time_point> EventLoop::nextTimer() const {
 std::optional<std::chrono::nanoseconds> EventLoop::timeout() {
     if (!tasks_.empty()) return std::chrono::nanoseconds::zero();
     std::optional<Clock::time_point> next = nextTimer();
-    if (next) *next -= skipped_;
+    if (next) *next += Clock::now() - now();
     for (auto& [id, attached] : sources_) {
         const std::uint32_t events = attached.source->events();
         if (events != attached.waitedFor) {
@@ -165,7 +165,9 @@ void EventLoop::dispatchSources(std::optional<std::chrono::nanoseconds> longest)
     const int count = ::epoll_wait(epoll_.get(), ready.data(), eventsAtATime, wholeMilliseconds(longest));
     // What one source's events do may detach another.
     for (int i = 0; i < count; ++i) {
-        const auto found = sources_.find(ready[static_cast<std::size_t>(i)].data.u64);
+        // A copy: the structure is packed, and its members are not aligned.
+        const std::uint64_t id = ready[static_cast<std::size_t>(i)].data.u64;
+        const auto found = sources_.find(id);
         if (found != sources_.end()) dispatch(found->second.source);
     }
     dispatchOverdue();

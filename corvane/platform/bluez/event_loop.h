@@ -79,9 +79,11 @@ public:
     std::uint64_t handled() const { return handled_; }
 
     /// The time of the timers.
-    Clock::time_point now() const { return Clock::now() + skipped_; }
+    Clock::time_point now() const { return stoppedAt_.value_or(Clock::now()) + skipped_; }
     /// Lets time pass for the timers without waiting for it; for tests.
     void skip(std::chrono::nanoseconds time) { skipped_ += time; }
+    /// From now on nothing but `skip` lets it pass; for tests.
+    void stopClock() { stoppedAt_ = Clock::now(); }
     std::optional<Clock::time_point> nextTimer() const;
 
 private:
@@ -112,6 +114,7 @@ private:
     std::map<std::uint64_t, Attached> sources_;
     std::uint64_t sourcesMade_ = 0;
     std::chrono::nanoseconds skipped_{0};
+    std::optional<Clock::time_point> stoppedAt_;
     std::uint64_t handled_ = 0;
     bool running_ = false;
 };
