@@ -735,8 +735,8 @@ using namespace standin;
         peripheral->_state = CBPeripheralStateDisconnected;
         peripheral->_station->leave(peripheral);
     } else {
-        peripheral->_showsLink = peripheral->_state == CBPeripheralStateConnected &&
-                                 theRadio().behaviour.showsLinksToTheirEnd;
+        peripheral->_showsLink =
+            peripheral->_state == CBPeripheralStateConnected && theRadio().behaviour.showsLinksToTheirEnd;
         peripheral->_state = CBPeripheralStateDisconnecting;
     }
     [self later:^(id<CBCentralManagerDelegate> delegate) {

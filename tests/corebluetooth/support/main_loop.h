@@ -17,7 +17,8 @@ void runUntilIdle();
 /// Moves the clock from entry to entry.
 void runFor(std::chrono::nanoseconds duration);
 
-/// Runs the entry that is due next, in an autorelease pool of its own, once its time has come. False when none waits, or none until then.
+/// Runs the entry that is due next, in an autorelease pool of its own, once its time has come. False when
+/// none waits, or none until then.
 bool stepUntil(std::chrono::nanoseconds limit);
 
 /// When the next entry is due; nothing when none waits.
