@@ -158,14 +158,14 @@ void BlueZPeripheral::Registration::begin() {
 
 Message BlueZPeripheral::Registration::newAliasCall(const std::string& alias) {
     Message message = service_.newCall(adapterPath_, properties, "Set");
-    if (message.get()) message.append("ssv", adapterInterface, "Alias", "s", alias.c_str());
+    message.append("ssv", adapterInterface, "Alias", "s", alias.c_str());
     return message;
 }
 
 Message BlueZPeripheral::Registration::newManagerCall(const char* manager, const char* method,
                                                       const char* path) {
     Message message = service_.newCall(adapterPath_, manager, method);
-    if (message.get()) message.append("o", path);
+    message.append("o", path);
     return message;
 }
 
@@ -272,9 +272,12 @@ void BlueZPeripheral::Registration::lookForCentralAmongAll() {
 
 // Subscriptions from before the link is known are told when it is.
 void BlueZPeripheral::Registration::subscribed(const CBUUID& characteristic, bool enabled) {
-    if (state_ != State::linked) return enabled ? lookForCentralAmongAll() : void();
-    used_ = true;
-    device_->subscribed(characteristic, enabled);
+    if (state_ == State::linked) {
+        used_ = true;
+        device_->subscribed(characteristic, enabled);
+    } else if (enabled) {
+        lookForCentralAmongAll();
+    }
 }
 
 void BlueZPeripheral::Registration::written(const CBUUID& characteristic, Bytes value,

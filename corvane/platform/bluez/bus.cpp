@@ -37,6 +37,7 @@ int openBus(sd_bus** bus, const std::string& address) {
 }  // namespace
 
 void Message::append(const char* types, ...) {
+    if (!message_) return;
     va_list arguments;
     va_start(arguments, types);
     sd_bus_message_appendv(get(), types, arguments);
@@ -44,7 +45,7 @@ void Message::append(const char* types, ...) {
 }
 
 void Message::appendBytes(const void* bytes, std::size_t size) {
-    sd_bus_message_append_array(get(), 'y', bytes, size);
+    if (message_) sd_bus_message_append_array(get(), 'y', bytes, size);
 }
 
 void Message::appendOptions(const char* name, const char* text) {

@@ -24,7 +24,7 @@ struct ReleaseSlot {
 /// inside its own handler.
 using Slot = std::unique_ptr<sd_bus_slot, ReleaseSlot>;
 
-/// A message; copies share it.
+/// A message, or none, to which nothing can be appended; copies share it.
 class Message {
 public:
     /// Takes over the reference.
