@@ -64,6 +64,10 @@ public:
     /// before such a line reaches a terminal.
     std::function<void(std::string_view line)> logSink;
 
+    /// Receives what a back end was refused, tries again or gives up, a line each; may be absent. A line can
+    /// hold what a neighbour sends: use `printable` before it reaches a terminal.
+    std::function<void(std::string_view line)> diagnostics;
+
     /// Set it to live on after a device breaks a precondition.
     std::function<void(std::string_view driver, std::string_view what)> onPreconditionFailed;
 };

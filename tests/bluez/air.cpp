@@ -11,7 +11,6 @@ namespace {
 
 BlueZOptions onPrivateBus(BlueZOptions options) {
     if (options.busAddress.empty()) options.busAddress = privateBus().address();
-    if (!options.diagnostics) options.diagnostics = [](std::string_view) {};
     return options;
 }
 
@@ -28,7 +27,10 @@ PrivateBus& privateBus() {
 }
 
 LoopPlatform::LoopPlatform(BlueZOptions options, EventLoop& loop)
-    : loop_(loop), radio_(std::make_shared<Radio>(onPrivateBus(std::move(options)), loop)) {}
+    : loop_(loop),
+      radio_(std::make_shared<Radio>(onPrivateBus(std::move(options)), loop, [this](std::string_view line) {
+          if (diagnostics) diagnostics(line);
+      })) {}
 
 std::shared_ptr<CBCentralManager>
 LoopPlatform::makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate) {

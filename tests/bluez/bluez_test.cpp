@@ -74,7 +74,8 @@ public:
 
 TEST(BlueZState, IsNotTakenFromAnswersOfAnotherShape) {
     std::vector<std::string> lines;
-    Ward ward({.diagnostics = [&](std::string_view line) { lines.emplace_back(line); }});
+    Ward ward;
+    ward.air.platform.diagnostics = [&](std::string_view line) { lines.emplace_back(line); };
     ward.air.service.emptyReplies["GetManagedObjects"] = 1;
     ward.reader.driver->startScan();
     EXPECT_TRUE(ward.waitFor("36.6"));

@@ -42,10 +42,8 @@ BlueZNotifyPath notifyPath(std::string_view name) {
 class BlueZHost final : public HostPlatform {
 public:
     explicit BlueZHost(const PlatformOptions& options)
-        : platform_({.adapter = options.adapter,
-                     .busAddress = {},
-                     .notifyPath = notifyPath(options.notifyPath),
-                     .diagnostics = options.diagnostics}) {}
+        : platform_(
+              {.adapter = options.adapter, .busAddress = {}, .notifyPath = notifyPath(options.notifyPath)}) {}
 
     Platform& platform() override { return platform_; }
     std::chrono::nanoseconds now() const override {
@@ -83,6 +81,7 @@ private:
 
 std::unique_ptr<HostPlatform> openBlueZ(const PlatformOptions& options) {
     auto host = std::make_unique<BlueZHost>(options);
+    host->platform().diagnostics = options.diagnostics;
     if (!host->hasAdapter()) return nullptr;
     return host;
 }

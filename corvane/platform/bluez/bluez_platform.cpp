@@ -15,7 +15,10 @@ struct BlueZPlatform::Parts {
 };
 
 BlueZPlatform::BlueZPlatform(BlueZOptions options) : parts_(std::make_unique<Parts>()) {
-    parts_->radio = std::make_shared<bluez::Radio>(std::move(options), parts_->loop);
+    parts_->radio =
+        std::make_shared<bluez::Radio>(std::move(options), parts_->loop, [this](std::string_view line) {
+            if (diagnostics) diagnostics(line);
+        });
 }
 
 BlueZPlatform::~BlueZPlatform() { parts_->loop.discardTasks(); }

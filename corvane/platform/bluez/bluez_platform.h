@@ -30,9 +30,6 @@ struct BlueZOptions {
     /// A D-Bus address. Empty: the system bus.
     std::string busAddress{};
     BlueZNotifyPath notifyPath = BlueZNotifyPath::automatic;
-    /// Told what is refused and what is tried again, in BlueZ's words, a line each. May be absent. The texts
-    /// can hold what a device sends: use `printable` before they reach a terminal.
-    std::function<void(std::string_view line)> diagnostics{};
 };
 
 /// The radio of this computer. One thread: everything happens inside `run`, `runUntil` or `process`, which

@@ -12,13 +12,10 @@ constexpr auto recoveryTime = std::chrono::seconds(10);
 
 }  // namespace
 
-Radio::Radio(BlueZOptions options, EventLoop& loop)
-    : options_(std::move(options)), loop_(loop),
+Radio::Radio(BlueZOptions options, EventLoop& loop, Diagnostics diagnostics)
+    : options_(std::move(options)), loop_(loop), diagnostics_(std::move(diagnostics)),
       service_(
-          options_.busAddress, loop, *this, [this] { serviceChanged(); },
-          [this](std::string_view line) {
-              if (options_.diagnostics) options_.diagnostics(line);
-          }),
+          options_.busAddress, loop, *this, [this] { serviceChanged(); }, diagnostics_),
       discovery_(service_, loop, *this),
       surroundings_{.service = service_,
                     .loop = loop,
@@ -33,10 +30,9 @@ Radio::~Radio() {
 }
 
 void Radio::diagnose(const char* call, const Reply& reply) {
-    if (!options_.diagnostics) return;
     std::string line = std::string(call) + ": ";
     line += reply.errorText();
-    options_.diagnostics(line);
+    diagnostics_(line);
 }
 
 const AdapterNode* Radio::adapter() const {

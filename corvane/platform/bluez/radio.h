@@ -18,7 +18,10 @@ class Central;
 
 class Radio final : private ObjectTree::Observer, private Discovery::Observer {
 public:
-    Radio(BlueZOptions options, EventLoop& loop);
+    /// `diagnostics` is told what is refused, tried again or given up, a line each.
+    using Diagnostics = std::function<void(std::string_view line)>;
+
+    Radio(BlueZOptions options, EventLoop& loop, Diagnostics diagnostics);
     ~Radio();
 
     EventLoop& loop() { return loop_; }
@@ -70,6 +73,7 @@ private:
 
     const BlueZOptions options_;
     EventLoop& loop_;
+    const Diagnostics diagnostics_;
     BlueZService service_;
     Discovery discovery_;
     const Link::Surroundings surroundings_;
