@@ -245,7 +245,7 @@ TEST_F(CoreBluetoothPlatformTest, WithoutPowerNothingIsAsked) {
     mainLoop::runUntilIdle();
 }
 
-TEST_F(CoreBluetoothPlatformTest, LinksThatEndWithTheAdapterAreReportedOnceAndFirst) {
+TEST_F(CoreBluetoothPlatformTest, LinksThatEndWithTheAdapterAreReportedOnceAndAfterIt) {
     using PowerOff = StackBehaviour::PowerOff;
     for (const auto order : {PowerOff::silent, PowerOff::linksBeforeState, PowerOff::linksAfterState}) {
         owner = std::make_shared<Owner>();
@@ -254,9 +254,7 @@ TEST_F(CoreBluetoothPlatformTest, LinksThatEndWithTheAdapterAreReportedOnceAndFi
         power(CBManagerState::poweredOff);
         power(CBManagerState::poweredOn);
         const Lines lines = owner->take();
-        ASSERT_EQ(lines.size(), 3u);
-        EXPECT_THAT(lines[0], testing::StartsWith("disconnected: "));
-        EXPECT_THAT(lines, ElementsAre(lines[0], "state 4", "state 5"));
+        EXPECT_THAT(lines, ElementsAre("state 4", testing::StartsWith("disconnected: "), "state 5"));
     }
 }
 
@@ -268,7 +266,7 @@ TEST_F(CoreBluetoothPlatformTest, AnAdapterThatIsBackBeforeItsEventsHasLostItsLi
         radio::setState(state);
         radio::setState(CBManagerState::poweredOn);
         connect();  // asks before the old link's end is told
-        EXPECT_THAT(owner->take(), ElementsAre("disconnected: Bluetooth is not available.", "state 5"));
+        EXPECT_THAT(owner->take(), ElementsAre("state 5", "disconnected: Bluetooth is not available."));
         EXPECT_EQ(radio::links(), 0u);
     }
 }
@@ -556,7 +554,7 @@ TEST_F(CoreBluetoothPlatformTest, NoFurtherLinkIsReportedToWhoLetsGoInBetween) {
     EXPECT_EQ(radio::links(), 2u);
     owner->take();
     power(CBManagerState::poweredOff);
-    EXPECT_EQ(owner->take().size(), 1u);
+    EXPECT_THAT(owner->take(), ElementsAre("state 4", testing::StartsWith("disconnected: ")));
     owner->react = nullptr;
 }
 

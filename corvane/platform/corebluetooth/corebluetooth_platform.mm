@@ -380,8 +380,10 @@ public:
         });
     }
 
+    /// A link that ended with the adapter is told after the state, whose event is still on its way.
     void disconnected(::CBPeripheral* handle, NSError* error) {
-        if (const KnownPeripheral known = find(handle)) endLink(known, failure(error));
+        const KnownPeripheral known = find(handle);
+        if (known && isOn()) endLink(known, failure(error));
     }
 
     void endLink(const KnownPeripheral& known, const std::optional<CBError>& error) {
@@ -498,17 +500,17 @@ private:
     std::map<std::string, KnownPeripheral> peripherals_;  // by identifier
 };
 
-/// Links that end with the adapter come first. The system need not report them one by one, so we do. Every
-/// step takes hold of the central anew, as the one before may have let it go.
+/// Links that end with the adapter come after its state. The system need not report them one by one, so we
+/// do. Each step locks the central again, as the step before may have let it go.
 void stateChanged(const std::weak_ptr<Central> central) {
     std::vector<KnownPeripheral> unlinked;
     if (const auto alive = central.lock()) unlinked = alive->adapterChanged();
+    if (const auto alive = central.lock()) alive->reportState();
     for (const KnownPeripheral& peripheral : unlinked) {
         if (const auto alive = central.lock()) {
             alive->endLink(peripheral, CBError{"Bluetooth is not available."});
         }
     }
-    if (const auto alive = central.lock()) alive->reportState();
 }
 
 class MainTimer final : public Timer {
