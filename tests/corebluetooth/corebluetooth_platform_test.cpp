@@ -369,6 +369,59 @@ TEST_F(CoreBluetoothPlatformTest, AnAttemptThatIsCancelledEndsWithoutAnEvent) {
     EXPECT_THAT(owner->take(), ElementsAre("connected"));
 }
 
+TEST_F(CoreBluetoothPlatformTest, ARefusedAttemptIsToldAndMadeAgainEverMoreSlowly) {
+    Lines told;
+    platform->diagnostics = [&](std::string_view line) { told.emplace_back(line); };
+    radio::add(device);
+    open();
+    discover();
+    owner->take();
+    radio::refusals(*device).connection = "Peer removed pairing information";
+    for (int i = 0; i < 5; ++i) {
+        owner->central->cancelPeripheralConnection(owner->peripheral);
+        connect();
+    }
+    told.clear();
+    const std::size_t before = radio::operations();
+    mainLoop::runFor(1h);
+    EXPECT_THAT(told, testing::SizeIs(testing::Lt(70u)));
+    EXPECT_EQ(radio::operations() - before, told.size());
+    EXPECT_EQ(told.back(), "\"Echo\" (C0DE0000-0000-4000-8000-000000000001): connecting: "
+                           "Peer removed pairing information; next attempt in 60 s");
+    EXPECT_THAT(owner->take(), IsEmpty());
+
+    radio::refusals(*device).connection.reset();
+    mainLoop::runFor(1min);
+    EXPECT_THAT(owner->take(), ElementsAre("connected"));
+    radio::loseLink(*device);
+    mainLoop::runUntilIdle();
+    radio::failNextConnect(*device);
+    connect();
+    EXPECT_THAT(told.back(), testing::EndsWith("next attempt in 1 s"));
+}
+
+TEST_F(CoreBluetoothPlatformTest, ARefusedSubscriptionOrWriteIsToldOnceALink) {
+    const std::string echo(R"("Echo" (C0DE0000-0000-4000-8000-000000000001): )");
+    Lines told;
+    platform->diagnostics = [&](std::string_view line) { told.emplace_back(line); };
+    begin();
+    EXPECT_THAT(told, IsEmpty());
+    radio::refusals(*device) = {.subscription = "Authentication is insufficient.", .write = "Write refused."};
+    for (int link = 0; link < 2; ++link) {
+        for (int i = 0; i < 3; ++i) {
+            subscribe();
+            write({});
+        }
+        EXPECT_THAT(std::exchange(told, {}),
+                    ElementsAre(echo + "subscribing to " + measurement.uuidString() +
+                                    ": Authentication is insufficient.",
+                                echo + "writing to " + control.uuidString() + ": Write refused."));
+        radio::loseLink(*device);
+        connect();
+        discoverServices();
+    }
+}
+
 TEST_F(CoreBluetoothPlatformTest, AnAttemptThatIsToBeTriedAgainEndsWithItsCentral) {
     radio::add(device);
     open();
