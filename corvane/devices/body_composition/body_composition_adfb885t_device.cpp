@@ -195,8 +195,8 @@ private:
         write(peripheral, characteristicReadWrite, analysisRequest);
     }
 
-    // One analysis needs 78 characters. Each value that ends one is followed by the whole list on the console,
-    // so a list without a limit would let a stranger fill it.
+    // One analysis needs 78 characters. Each value that ends one is followed by the whole list on the
+    // console, so a list without a limit would let a stranger fill it.
     static constexpr std::size_t listLimit = std::size_t{64} << 10;
 
     std::string bodyCompositionHolderDataSDIC;
