@@ -14,8 +14,8 @@
 //  central.
 //  * Operations on something that is gone (link lost, adapter off, list replaced) do nothing and are
 //  harmless.
-//  * An adapter that goes off tells its new state first, and then the end of each link that stood, once each:
-//  who hears of such an end and asks for the state is not told that the adapter is on.
+//  * An adapter that goes off tells its new state first, and then the end of each link that stood, each once.
+//  Inside the latter `state()` is the new one already, so nobody begins a search in vain.
 #pragma once
 
 #include <algorithm>

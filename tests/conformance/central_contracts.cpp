@@ -88,13 +88,26 @@ std::vector<Contract> adapterContracts() {
                  findings.expect(scene.client->last(Kind::state)->state == state, "in the event");
              }
          }},
-        {"AnAdapterThatGoesOffEndsTheLinkAndSaysSo",
+        {"AnAdapterThatGoesOffTellsItsStateAndThenTheEndOfTheLink",
          [](BackEnd& backEnd, Findings& findings) {
              Scene scene(backEnd, findings);
              scene.reach(Kind::connected);
+             const std::size_t before = scene.client->events.size();
+             // As drivers do when they hear of a new state.
+             scene.client->onEvent = [&](Event event) {
+                 const bool isState = event.kind == Kind::state;
+                 scene.client->events.push_back(std::move(event));
+                 if (isState) scene.client->central->cancelPeripheralConnection(scene.peripheral);
+             };
              backEnd.setState(CBManagerState::poweredOff);
              scene.waitForOneMore(Kind::disconnected, 0);
-             scene.waitFor([&] { return scene.device->host == nullptr; }, "the device to hear of it");
+             scene.settle();
+             const std::vector<Event> heard(scene.client->events.begin() + static_cast<long>(before),
+                                            scene.client->events.end());
+             findings.require(heard.size() == 2, "two events");
+             findings.expect(heard[0].kind == Kind::state, "the state first");
+             findings.expect(heard[1].state == CBManagerState::poweredOff, "the adapter is off at the end");
+             findings.expect(scene.device->host == nullptr, "the device has heard of it");
          }},
         {"AnAdapterThatWasOffNeitherScansNorConnectsByItself",
          [](BackEnd& backEnd, Findings& findings) {

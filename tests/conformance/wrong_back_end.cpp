@@ -268,6 +268,11 @@ private:
         const bool first = !std::exchange(heardState_, true);
         if (first && spoiler_.is("theFirstStateEventIsSwallowed")) return;
         if (spoiler_.is("scansGoOnAfterTheAdapterWasOff") && scanning_) inner->scanForPeripherals();
+        for (const auto& [known, peripheral] : peripherals_) {
+            if (spoiler_.is("linksEndBeforeTheAdapter") && peripheral->linked &&
+                state() != CBManagerState::poweredOn)
+                didDisconnectPeripheral(known, nullptr);
+        }
         tell([](auto& delegate) { delegate.didUpdateState(); });
     }
     void didDiscover(const PeripheralRef& found) override {
@@ -290,6 +295,7 @@ private:
     }
     void didDisconnectPeripheral(const PeripheralRef& from, const CBError* error) override {
         const auto peripheral = wrapper(from);
+        if (spoiler_.is("linksEndBeforeTheAdapter") && !peripheral->linked) return;
         peripheral->linkEnds();
         if (spoiler_.is("lossesAreNotReported") && error) return;
         if (spoiler_.is("anAdapterThatGoesOffEndsLinksInSilence") &&

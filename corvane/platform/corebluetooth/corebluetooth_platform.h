@@ -16,8 +16,8 @@ namespace corvane {
 ///
 /// `diagnostics` receives a line, with the device, the step and the system's text, for each refused attempt
 /// to connect, and for a refused subscription or write. An attempt is made again after a pause that grows
-/// from 1 s to 60 s, until the link stands or the attempt is cancelled. A subscription or write is not; the
-/// same refusal of it is told once a link.
+/// from 1 s to 60 s, until the link stands or the attempt is cancelled. A refused
+/// subscription or write is told once a link and is not tried again.
 ///
 /// Tasks that were posted and not run yet are dropped with the platform.
 std::unique_ptr<Platform> makeCoreBluetoothPlatform();
