@@ -103,13 +103,7 @@ void expectSameReplay(const LiveRun& run, const std::string& what) {
     EXPECT_EQ(trace.str(), run.trace) << what << "\n" << run.script;
 }
 
-// A hundred in an optimised build. Under sanitizers each takes twenty times as long, and a tenth of them
-// finds the same faults of memory.
-#if defined(__SANITIZE_ADDRESS__) || !defined(NDEBUG)
 constexpr std::uint64_t seeds = 10;
-#else
-constexpr std::uint64_t seeds = 100;
-#endif
 
 class RecordReplay : public testing::TestWithParam<const Model*> {};
 
