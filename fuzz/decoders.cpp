@@ -30,6 +30,7 @@ void* operator new(std::size_t size) {
     heap.held += malloc_usable_size(block);
     return block;
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return operator new(size); }
 void operator delete(void* block) noexcept {
     heap.held -= malloc_usable_size(block);
     std::free(block);
