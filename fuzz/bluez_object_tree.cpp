@@ -109,6 +109,8 @@ private:
         } else if (types == "oas") {
             sd_bus_message_append_basic(message_, 'o', pick(paths));
             appendNames();
+        } else if (types == "a{sv}") {
+            appendProperties();
         } else {
             appendObjects();
         }
@@ -232,6 +234,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             break;
         case 3:
             tree.interfacesRemoved(maker.make("InterfacesRemoved", "oas").get());
+            break;
+        case 4:
+            tree.refresh(maker.make("Reply", "a{oa{sa{sv}}}").get());
+            break;
+        case 5:
+            tree.deviceRead(paths[2], maker.make("Reply", "a{sv}").get());
             break;
         default:
             tree.propertiesChanged(maker.make("PropertiesChanged", "sa{sv}as").get());

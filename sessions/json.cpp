@@ -8,6 +8,28 @@ namespace {
 
 void append(std::string& text, const Json& value);
 
+// JSON lets DEL and the C1 control characters stand as they are; some terminals obey U+009B.
+void appendWithoutControls(std::string& text, std::string_view json) {
+    const auto escape = [&](unsigned code) {
+        constexpr std::string_view digits = "0123456789abcdef";
+        text += "\\u00";
+        text += digits[code >> 4];
+        text += digits[code & 0x0F];
+    };
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(json[i]);
+        const auto next = i + 1 < json.size() ? static_cast<unsigned char>(json[i + 1]) : 0;
+        if (byte == 0x7F) {
+            escape(byte);
+        } else if (byte == 0xC2 && next >= 0x80 && next < 0xA0) {
+            escape(next);
+            ++i;
+        } else {
+            text += json[i];
+        }
+    }
+}
+
 template <class Number>
 std::string_view appendNumber(std::string& text, Number value) {
     char buffer[32];
@@ -54,7 +76,7 @@ void append(std::string& text, const Json& value) {
         appendNumber(text, value.get<std::int64_t>());
         return;
     default:
-        text += value.dump(-1, ' ', false, Json::error_handler_t::replace);
+        appendWithoutControls(text, value.dump(-1, ' ', false, Json::error_handler_t::replace));
     }
 }
 

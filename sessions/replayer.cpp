@@ -251,15 +251,39 @@ Action Replay::readValue(const std::shared_ptr<ScriptedPeripheral>& peripheral, 
     };
 }
 
+/// Reads a line at a time, and none that would not fit into a bounded memory.
+class LineReader {
+public:
+    explicit LineReader(std::istream& script) : script_(script), buffer_(longestLine + 2, '\0') {}
+
+    /// The next line, until the next call; nothing at the end.
+    std::optional<std::string_view> next() {
+        script_.getline(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+        const auto read = static_cast<std::size_t>(script_.gcount());
+        if (read == 0 && script_.fail()) return std::nullopt;
+        const std::size_t length = script_.eof() || script_.fail() ? read : read - 1;
+        if (length > longestLine) throw ScriptError("is longer than 1 MiB");
+        return std::string_view(buffer_).substr(0, length);
+    }
+
+private:
+    static constexpr std::size_t longestLine = std::size_t{1} << 20;
+
+    std::istream& script_;
+    std::string buffer_;
+};
+
 /// Applies the lines one after another, up to the one that ends the replay. `number` is that of the last
-/// line that was read.
+/// line that was begun.
 ReplayStatus run(std::istream& script, Replay& replay, std::size_t& number) {
-    for (std::string text; std::getline(script, text);) {
-        ++number;
-        if (isSkipped(text)) continue;
-        replay.apply(ScriptLine::parse(text));
+    LineReader lines(script);
+    // A line that cannot be read counts.
+    for (std::optional<std::string_view> text; ++number, text = lines.next();) {
+        if (isSkipped(*text)) continue;
+        replay.apply(ScriptLine::parse(*text));
         if (replay.stopped()) return ReplayStatus::preconditionFailed;
     }
+    --number;
     if (script.bad()) throw ScriptError("the script cannot be read further");
     if (!replay.hasDriver()) throw ScriptError("the script creates no driver");
     return ReplayStatus::done;

@@ -10,18 +10,28 @@ namespace {
     throw ScriptError("\"" + std::string(key) + "\" " + std::string(what));
 }
 
-/// Notes a key that an object has twice, which the library itself would let pass.
-class DuplicateKeys {
+// No line of a script comes near these.
+constexpr int deepestNesting = 8;
+constexpr std::size_t mostKeys = 64;
+
+/// Refuses what the library itself would take: an object that has a key twice, and nesting or numbers of keys
+/// that are costly to read.
+class LineGuard {
 public:
     bool operator()(int depth, Json::parse_event_t event, Json& parsed) {
-        if (event == Json::parse_event_t::key && depth == 1 &&
-            !seen_.insert(parsed.get_ref<const std::string&>()).second)
-            fail(parsed.get_ref<const std::string&>(), "stands there twice");
+        if (depth > deepestNesting) throw ScriptError("is nested more than 8 deep");
+        if (event == Json::parse_event_t::key) keyCame(depth, parsed.get_ref<const std::string&>());
         return true;
     }
 
 private:
+    void keyCame(int depth, const std::string& key) {
+        if (++keys_ > mostKeys) throw ScriptError("has more than 64 keys");
+        if (depth == 1 && !seen_.insert(key).second) fail(key, "is there twice");
+    }
+
     std::set<std::string> seen_;
+    std::size_t keys_ = 0;
 };
 
 CBUUID uuidFrom(const Json& value, std::string_view key) {
@@ -44,7 +54,7 @@ ScriptLine ScriptLine::parse(std::string_view text) {
     // The library takes a zero byte for the end of the text, and would never see what follows it.
     if (text.find('\0') != text.npos) throw ScriptError("has a zero byte");
     try {
-        Json object = Json::parse(text, DuplicateKeys());
+        Json object = Json::parse(text, LineGuard());
         if (!object.is_object()) throw ScriptError("is no JSON object");
         return ScriptLine(std::move(object));
     } catch (const Json::parse_error& error) {

@@ -1,9 +1,11 @@
 // What BlueZ and its surroundings do, and what becomes of it in the application.
 #include <gtest/gtest.h>
 
+#include <sys/epoll.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 
 #include "corvane/platform/bluez/device_identifier.h"
 #include "tests/bluez/ward.h"
@@ -359,6 +361,19 @@ TEST(BlueZMemory, WhatSomebodyElseReadsIsNoNotification) {
     EXPECT_EQ(ward.reader.news(), "");
 }
 
+TEST(BlueZMemory, ADeviceThatIsBondedHasItsLastingIdentifierWhenItIsFoundAgain) {
+    Ward ward;
+    ASSERT_EQ(ward.measure(), "unknown " + std::string(reading));
+    const std::string before = ward.reader.driver->getResult()->uuid;
+    ward.air.service.objects().set(
+        ward.air.service.pathOf(*ward.thermometer),
+        Properties{{"Address", std::string("00:11:22:33:44:55")}, {"AddressType", std::string("public")}});
+    ASSERT_EQ(ward.measure(), reading);
+    EXPECT_EQ(ward.reader.driver->getResult()->uuid,
+              deviceIdentifier("00:11:22:33:44:55", "public").uuidString());
+    EXPECT_NE(ward.reader.driver->getResult()->uuid, before);
+}
+
 // What ends a link, at which step.
 
 using Blow = void (*)(Ward& ward);
@@ -688,6 +703,29 @@ TEST(BlueZIdentifier, IsAVersion5UuidOfAddressAndType) {
               "B43F8E51-CCFD-5DCC-A41D-A3A6252190C4");
     EXPECT_EQ(deviceIdentifier("F0:AA:01:01:00:01", "random").uuidString(),
               "FCA68435-CE82-55FB-8937-44FAFB9B93C7");
+}
+
+// A regression hangs.
+TEST(BlueZBus, ThatNobodyReadsKeepsNoProcessFromEnding) {
+    PrivateBus daemon;
+    int error = 0;
+    auto bus = Bus::open(daemon.address(), error);
+    ASSERT_TRUE(bus);
+    while (bus->uniqueName().empty()) bus->dispatch();
+    sd_bus_creds* creds = nullptr;
+    pid_t pid = 0;
+    ASSERT_GE(sd_bus_get_owner_creds(bus->handle(), SD_BUS_CREDS_PID, &creds), 0);
+    ASSERT_GE(sd_bus_creds_get_pid(creds, &pid), 0);
+    sd_bus_creds_unref(creds);
+    ::kill(pid, SIGSTOP);
+    const std::string much(1'000'000, 'x');
+    while (!(bus->events() & EPOLLOUT)) {
+        Message message = bus->newCall("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "Nothing");
+        message.append("s", much.c_str());
+        bus->send(message);
+    }
+    bus.reset();
+    ::kill(pid, SIGCONT);
 }
 
 // A regression ends in the test runner's own limit: the wait has no end of its own.

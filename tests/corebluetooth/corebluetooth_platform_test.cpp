@@ -293,25 +293,6 @@ TEST_F(CoreBluetoothPlatformTest, WhatIsAskedForBetweenTheEventsOfTheAdapterEnds
     }
 }
 
-TEST_F(CoreBluetoothPlatformTest, ScansAndAttemptsEndWithTheAdapter) {
-    radio::add(device);
-    open();
-    discover();
-    radio::remove(*device);
-    connect();
-    owner->central->scanForPeripherals();
-    power(CBManagerState::resetting);
-    power(CBManagerState::poweredOn);
-    owner->take();
-    radio::setName(*device, "New");
-    radio::add(device);
-    mainLoop::runUntilIdle();
-    EXPECT_THAT(owner->take(), IsEmpty());
-    discover();  // shows the device by another object
-    mainLoop::runUntilIdle();
-    EXPECT_THAT(owner->take(), ElementsAre("found \"New\""));
-}
-
 TEST_F(CoreBluetoothPlatformTest, AfterAResetTheSameObjectStandsForTheDevice) {
     begin();
     const PeripheralRef before = owner->peripheral;
@@ -562,36 +543,6 @@ TEST_F(CoreBluetoothPlatformTest, AValueStaysWhatItIsWhileItsEventLasts) {
         radio::sendValue(*device, measurement, Bytes(&byte, 1), std::nullopt);
     mainLoop::runUntilIdle();
     EXPECT_EQ(nested->seen, "02 01 ");
-}
-
-TEST_F(CoreBluetoothPlatformTest, TwoCentralsScanEachForItself) {
-    const auto other = std::make_shared<Owner>();
-    open();
-    other->open(*platform);
-    mainLoop::runUntilIdle();
-    owner->central->scanForPeripherals();
-    other->central->scanForPeripherals();
-    other->central->stopScan();
-    radio::add(device);
-    mainLoop::runUntilIdle();
-    EXPECT_THAT(owner->take(), ElementsAre("state 5", "found \"Echo\""));
-    EXPECT_THAT(other->take(), ElementsAre("state 5"));
-}
-
-TEST_F(CoreBluetoothPlatformTest, NothingReachesAnOwnerThatHasLetGo) {
-    for (const bool late : {false, true}) {
-        owner = std::make_shared<Owner>();
-        radio::reset({.deliversLate = late});
-        open();
-        owner->take();
-        owner->central->scanForPeripherals();
-        radio::add(std::make_shared<EchoDevice>());
-        owner->central.reset();
-        EXPECT_EQ(radio::scans(), 0u);
-        mainLoop::runUntilIdle();
-        EXPECT_THAT(owner->take(), IsEmpty());
-        EXPECT_EQ(radio::managers(), 0u);
-    }
 }
 
 // With two links to report, the first report lets go of the central.
