@@ -96,7 +96,7 @@ protected:
     }
     bool isOnTheAir() {
         return reaches(State::advertising) && side.isOnTheAir() && side.advertised == "Probe" &&
-               side.alias == "Probe" && side.characteristics.size() == 4;
+               service.alias() == "Probe" && side.characteristics.size() == 4;
     }
     bool linksAndSubscribes() {
         side.link();
@@ -172,13 +172,13 @@ TEST_F(BlueZPeripheralTest, OffersWhatTheDeviceOffersAndTakesItBack) {
         start(of);
         ASSERT_TRUE(reaches(State::advertising)) << of->name();
         EXPECT_EQ(side.advertised, of->name());
-        EXPECT_EQ(side.alias, of->name());
+        EXPECT_EQ(service.alias(), of->name());
         EXPECT_EQ(descriptionOf(side), descriptionOf(*of)) << of->name();
         side.link();
         EXPECT_TRUE(reaches(State::linked));
         const int ends = service.calls["Disconnect"];
         peripheral.reset();
-        EXPECT_TRUE(runUntil([&] { return side.isEmpty() && side.alias == "stand-in"; })) << of->name();
+        EXPECT_TRUE(runUntil([&] { return side.isEmpty() && service.alias() == "stand-in"; })) << of->name();
         EXPECT_EQ(service.calls["Disconnect"], ends + 1);
         side.unlink();
     }
@@ -338,7 +338,7 @@ TEST_F(BlueZPeripheralTest, IsOnTheAirAnewAfterWhateverHappensAtWhateverStep) {
             const Words twice = {"linked", "on FFF1", "ended", "linked", "on FFF1"};
             EXPECT_EQ(device->news(), step == "linked" ? twice : once);
             peripheral.reset();
-            EXPECT_TRUE(runUntil([&] { return side.isEmpty() && side.alias == "stand-in"; }));
+            EXPECT_TRUE(runUntil([&] { return side.isEmpty() && service.alias() == "stand-in"; }));
             device->news();
             side.unlink();
         }
@@ -366,7 +366,7 @@ TEST_F(BlueZPeripheralTest, SaysWhyItIsRefusedAndTriesAgainWhenTheAdapterChanges
         EXPECT_TRUE(isOnTheAir()) << c.method;
         peripheral.reset();
         // With the alias back no call of this round is under way that the next round's refusal could meet.
-        EXPECT_TRUE(runUntil([&] { return side.isEmpty() && side.alias == "stand-in"; }));
+        EXPECT_TRUE(runUntil([&] { return side.isEmpty() && service.alias() == "stand-in"; }));
     }
     service.refusals["GetManagedObjects"] = {{"org.freedesktop.DBus.Error.AccessDenied", "No"}};
     start();

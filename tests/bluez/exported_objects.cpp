@@ -31,12 +31,15 @@ struct VariantAppender {
     }
 };
 
+/// The last part of a path, which tells the objects of one test apart.
+std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
 }  // namespace
 
 void ExportedObjects::add(const std::string& path, const std::string& interface, Properties properties) {
     const Object& object =
         objects_.insert_or_assign(path, Object{interface, std::move(properties)}).first->second;
-    signal("/", objectManager, "InterfacesAdded", [&](sd_bus_message* message) {
+    signal("/", objectManager, "InterfacesAdded", nameOf(path), [&](sd_bus_message* message) {
         sd_bus_message_append_basic(message, 'o', path.c_str());
         append(message, object);
     });
@@ -52,7 +55,7 @@ void ExportedObjects::remove(const std::string& path) {
     if (found == objects_.end()) return;
     const std::string interface = found->second.interface;
     objects_.erase(found);
-    signal("/", objectManager, "InterfacesRemoved", [&](sd_bus_message* message) {
+    signal("/", objectManager, "InterfacesRemoved", nameOf(path), [&](sd_bus_message* message) {
         sd_bus_message_append(message, "oas", path.c_str(), 2, interface.c_str(), propertiesInterface);
     });
 }
@@ -64,18 +67,28 @@ void ExportedObjects::set(const std::string& path, const std::string& property, 
 void ExportedObjects::set(const std::string& path, const Properties& changed) {
     const auto found = objects_.find(path);
     if (found == objects_.end()) return;
-    for (const auto& [name, value] : changed) found->second.properties[name] = value;
-    signal(path, propertiesInterface, "PropertiesChanged", [&](sd_bus_message* message) {
+    std::string what = nameOf(path);
+    for (const auto& [name, value] : changed) {
+        found->second.properties[name] = value;
+        what += ' ' + name;
+    }
+    signal(path, propertiesInterface, "PropertiesChanged", what, [&](sd_bus_message* message) {
         sd_bus_message_append_basic(message, 's', found->second.interface.c_str());
         append(message, changed);
         sd_bus_message_append(message, "as", 0);
     });
 }
 
+void ExportedObjects::setSilently(const std::string& path, const std::string& property, Property value) {
+    const auto found = objects_.find(path);
+    if (found != objects_.end()) found->second.properties[property] = std::move(value);
+}
+
 void ExportedObjects::invalidate(const std::string& path, const std::string& property) {
     const auto found = objects_.find(path);
     if (found == objects_.end() || !found->second.properties.erase(property)) return;
-    signal(path, propertiesInterface, "PropertiesChanged", [&](sd_bus_message* message) {
+    const std::string what = nameOf(path) + " without " + property;
+    signal(path, propertiesInterface, "PropertiesChanged", what, [&](sd_bus_message* message) {
         sd_bus_message_append(message, "sa{sv}as", found->second.interface.c_str(), 0, 1, property.c_str());
     });
 }
@@ -94,6 +107,27 @@ void ExportedObjects::appendAll(sd_bus_message* message) const {
         sd_bus_message_close_container(message);
     }
     sd_bus_message_close_container(message);
+}
+
+const ExportedObjects::Object* ExportedObjects::find(const std::string& path,
+                                                     std::string_view interface) const {
+    const auto found = objects_.find(path);
+    return found != objects_.end() && found->second.interface == interface ? &found->second : nullptr;
+}
+
+bool ExportedObjects::appendProperty(sd_bus_message* message, const std::string& path,
+                                     std::string_view interface, const std::string& property) const {
+    const Object* object = find(path, interface);
+    if (!object || !object->properties.count(property)) return false;
+    std::visit(VariantAppender{message}, object->properties.at(property));
+    return true;
+}
+
+bool ExportedObjects::appendProperties(sd_bus_message* message, const std::string& path,
+                                       std::string_view interface) const {
+    const Object* object = find(path, interface);
+    if (object) append(message, object->properties);
+    return object;
 }
 
 void ExportedObjects::append(sd_bus_message* message, const Object& object) {
@@ -119,13 +153,13 @@ void ExportedObjects::append(sd_bus_message* message, const Properties& properti
 }
 
 void ExportedObjects::signal(const std::string& path, const char* interface, const char* member,
-                             const std::function<void(sd_bus_message*)>& append) {
+                             const std::string& name, const std::function<void(sd_bus_message*)>& append) {
     if (!bus_) return;
     sd_bus_message* message = nullptr;
     sd_bus_message_new_signal(bus_, &message, path.c_str(), interface, member);
     const Message kept(message);
     append(message);
-    sd_bus_send(bus_, message, nullptr);
+    outbox_.send(kept, std::string(member) + ' ' + name);
 }
 
 }  // namespace corvane::bluez

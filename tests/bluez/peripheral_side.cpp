@@ -80,23 +80,7 @@ bool PeripheralSide::handle(const IncomingCall& call) {
     if (call.member == "RegisterApplication") return registerApplication(call), true;
     if (call.member == "RegisterAdvertisement") return registerAdvertisement(call), true;
     if (call.member.starts_with("Unregister")) return unregister(call), true;
-    if (call.member == "Get" || call.member == "Set") return answerProperty(call), true;
     return false;
-}
-
-void PeripheralSide::answerProperty(const IncomingCall& call) {
-    const char *interface = "", *property = "", *text = "";
-    sd_bus_message_read(call.message.get(), "ss", &interface, &property);
-    if (std::string_view(property) != "Alias") return service_.answer(call, doesNotExist);
-    const Message reply = service_.newReply(call);
-    if (call.member == "Set") {
-        sd_bus_message_read(call.message.get(), "v", "s", &text);
-        alias = text;
-        service_.objects().set(call.path, "Alias", alias);
-    } else {
-        sd_bus_message_append(reply.get(), "v", "s", alias.c_str());
-    }
-    service_.answer(call, reply);
 }
 
 void PeripheralSide::registerApplication(const IncomingCall& call) {

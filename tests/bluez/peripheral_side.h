@@ -25,7 +25,6 @@ public:
     std::vector<std::string> handles;
     /// The advertised name; empty while nothing is advertised.
     std::string advertised;
-    std::string alias = "stand-in";
     /// What was notified, by the characteristic's UUID, in order: "1:0102".
     std::vector<std::string> values;
 
@@ -57,7 +56,6 @@ private:
     void registerAdvertisement(const IncomingCall& call);
     void unregister(const IncomingCall& call);
     void forgetApplication();
-    void answerProperty(const IncomingCall& call);
     void setConnected(int place, bool connected);
     bool readObjects(sd_bus_message* reply);
     void valueChanged(sd_bus_message* signal);

@@ -11,13 +11,15 @@ constexpr const char* serviceName = "org.bluez";
 constexpr const char* adapterInterface = "org.bluez.Adapter1";
 
 const Refusal inProgress{"org.bluez.Error.InProgress", "In Progress"};
+const Refusal unknownObject{SD_BUS_ERROR_UNKNOWN_OBJECT, "Unknown object"};
 const Refusal notReady{"org.bluez.Error.NotReady", "Resource Not Ready"};
 
 std::string textOf(const char* text) { return text ? text : ""; }
 
 }  // namespace
 
-StandIn::StandIn(std::string busAddress, EventLoop& loop) : address_(std::move(busAddress)), loop_(loop) {
+StandIn::StandIn(std::string busAddress, EventLoop& loop)
+    : outbox(loop), address_(std::move(busAddress)), loop_(loop) {
     exportAdapter();
     comeBack();
 }
@@ -28,6 +30,7 @@ void StandIn::comeBack() {
     int error = 0;
     bus_ = Bus::open(address_, error);
     if (!bus_) std::abort();  // The daemon is the test's own.
+    outbox.useBus(bus_->handle());
     objects_.useBus(bus_->handle());
     sd_bus_slot* slot = nullptr;
     sd_bus_add_filter(
@@ -47,6 +50,7 @@ void StandIn::comeBack() {
 
 void StandIn::vanish() {
     if (!bus_) return;
+    outbox.useBus(nullptr);
     objects_.useBus(nullptr);
     if (part) part->serviceEnded();
     filter_.reset();
@@ -64,7 +68,9 @@ void StandIn::exportAdapter() {
     objects_.add(adapter_, adapterInterface,
                  {{"Address", std::string("00:AA:01:00:00:00")},
                   {"Name", std::string("stand-in")},
+                  {"Alias", alias_},
                   {"Powered", powered_},
+                  {"Pairable", true},
                   {"Discovering", false}});
 }
 
@@ -83,10 +89,10 @@ void StandIn::setPowered(bool powered) {
         discoverers_.clear();
     }
     // The links end first.
-    loop_.post([this, powered] {
+    switches_.push_back(loop_.after(habits.powerTime, [this, powered] {
         if (!powered) discoveryEnded();
         objects_.set(adapter_, "Powered", powered);
-    });
+    }));
 }
 
 void StandIn::add(std::shared_ptr<PeripheralDevice> device) {
@@ -168,6 +174,7 @@ bool StandIn::received(sd_bus_message* message) {
                             .member = textOf(sd_bus_message_get_member(message)),
                             .sender = textOf(sd_bus_message_get_sender(message))};
     ++calls[call.member];
+    if (habits.anotherClient) anotherComesFirst(call);
     handle(call);
     return true;
 }
@@ -184,15 +191,43 @@ void StandIn::handle(const IncomingCall& call) {
         objects_.appendAll(reply.get());
         return answer(call, reply);
     }
+    if (call.member == "Get" || call.member == "GetAll") return answerProperties(call);
     if (part && part->handle(call)) return;
     if (call.path == adapter_ && objects_.has(adapter_)) return handleOnAdapter(call);
     for (const auto& device : std::vector(devices_)) {
         if (device->handle(call)) return;
     }
-    answer(call, {"org.freedesktop.DBus.Error.UnknownObject", "Unknown object"});
+    answer(call, unknownObject);
+}
+
+void StandIn::answerProperties(const IncomingCall& call) {
+    const char *interface = "", *property = "";
+    const Message reply = newReply(call);
+    sd_bus_message_read_basic(call.message.get(), 's', &interface);
+    bool found = false;
+    if (call.member == "GetAll") {
+        found = objects_.appendProperties(reply.get(), call.path, interface);
+    } else {
+        sd_bus_message_read_basic(call.message.get(), 's', &property);
+        found = objects_.appendProperty(reply.get(), call.path, interface, property);
+    }
+    if (found) return answer(call, reply);
+    answer(call,
+           objects_.has(call.path) ? Refusal{SD_BUS_ERROR_INVALID_ARGS, "No such property"} : unknownObject);
+}
+
+void StandIn::setAlias(const IncomingCall& call) {
+    const char *interface = "", *property = "", *text = "";
+    sd_bus_message_read(call.message.get(), "ssv", &interface, &property, "s", &text);
+    if (std::string_view(property) != "Alias")
+        return answer(call, {SD_BUS_ERROR_PROPERTY_READ_ONLY, "Property is not writable"});
+    alias_ = text;
+    objects_.set(adapter_, "Alias", alias_);
+    answer(call);
 }
 
 void StandIn::handleOnAdapter(const IncomingCall& call) {
+    if (call.member == "Set") return setAlias(call);
     if (!powered_) return answer(call, notReady);
     if (call.member == "SetDiscoveryFilter") return answer(call);
     if (call.member == "StartDiscovery") return startDiscovery(call);
@@ -210,6 +245,20 @@ void StandIn::startDiscovery(const IncomingCall& call) {
         firstAdvertisement_ = loop_.after(habits.advertisingDelay, [this] { advertise(); });
     }
     answer(call);
+}
+
+void StandIn::anotherComesFirst(const IncomingCall& call) {
+    if (powered_ && call.member == "StartDiscovery") discoverElsewhere();
+    if (call.member != "StartNotify") return;
+    for (const auto& device : std::vector(devices_)) device->notifyElsewhere(call.path);
+}
+
+void StandIn::discoverElsewhere() {
+    if (!discoverers_.insert(anotherClient).second) return;
+    objects_.set(adapter_, "Discovering", true);
+    elsewhere_ = loop_.after(std::chrono::seconds(1), [this] {
+        if (discoverers_.erase(anotherClient) && discoverers_.empty()) discoveryEnded();
+    });
 }
 
 void StandIn::advertise() {
@@ -259,15 +308,17 @@ void StandIn::answer(const IncomingCall& call, const Refusal& refusal) {
     const sd_bus_error error{refusal.error.c_str(), refusal.text.c_str(), 0};
     sd_bus_message* reply = nullptr;
     sd_bus_message_new_method_error(call.message.get(), &reply, &error);
-    answer(call, Message(reply));
+    send(call, Message(reply), "refusal ");
 }
 
-void StandIn::answer(const IncomingCall& call, const Message& reply) {
+void StandIn::answer(const IncomingCall& call, const Message& reply) { send(call, reply, "reply "); }
+
+void StandIn::send(const IncomingCall& call, const Message& reply, const char* kind) {
     if (isNext(lostReplies, call.member)) return;
     const Message sent = isNext(emptyReplies, call.member) ? newReply(call) : reply;
     // The call may be older than the service's present life.
     if (bus_ && sd_bus_message_get_bus(call.message.get()) == bus_->handle())
-        sd_bus_send(bus_->handle(), sent.get(), nullptr);
+        outbox.send(sent, kind + call.member);
 }
 
 }  // namespace corvane::bluez

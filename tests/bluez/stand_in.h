@@ -15,6 +15,7 @@
 #include "corvane/platform/bluez/bus.h"
 #include "corvane/platform/peripheral_device.h"
 #include "tests/bluez/exported_objects.h"
+#include "tests/bluez/outbox.h"
 
 namespace corvane::bluez {
 
@@ -28,6 +29,9 @@ struct IncomingCall {
     std::string sender;
 };
 
+/// Where another client of the service is played, this is its bus name.
+inline constexpr const char* anotherClient = "another";
+
 struct Refusal {
     std::string error;
     std::string text;
@@ -37,12 +41,22 @@ struct Refusal {
 struct StandInHabits {
     /// The name comes in a signal of its own, after the device was found.
     bool lateNames = false;
+    /// `Connected` becomes true without a signal: the real service loses it where the kernel's news of a link
+    /// comes after its own.
+    bool linksSilently = false;
+    /// Another client starts the same discovery or notification right before this one does, and ends it a
+    /// second later.
+    bool anotherClient = false;
     /// The GATT objects stay when the link ends.
     bool cachesObjects = true;
     /// The services are resolved before the call that asked for the link is answered.
     bool resolvesBeforeReply = false;
     /// What a device sends before a socket is handed over comes through it, instead of being dropped.
     bool keepsEarlyValuesOnSocket = false;
+    /// From the signal that the services are resolved to their objects, where those are not there yet.
+    std::chrono::milliseconds exportDelay{0};
+    /// From the end of the links to the signal that the adapter is off.
+    std::chrono::milliseconds powerTime{30};
     /// From the call that ends a link to its end; values go on coming meanwhile.
     std::chrono::milliseconds disconnectTime{0};
     /// An attempt to connect to a device that is not there fails after this time.
@@ -83,8 +97,13 @@ public:
     std::map<std::string, int> lostReplies;
     /// By method: so many of the next calls are done, and the answer lacks what it should hold.
     std::map<std::string, int> emptyReplies;
+    /// So many of the next links stand, and their services are never resolved.
+    int unresolvedLinks = 0;
     /// Attempts to connect while discovery was on; real controllers take ten seconds for those.
     int connectsWhileDiscovering = 0;
+
+    /// Loses, delays or swaps any one of the messages that are sent.
+    Outbox outbox;
 
     /// Asked before this one handles a call; may be null.
     StandInPart* part = nullptr;
@@ -114,6 +133,8 @@ public:
     std::size_t discoveringClients() const { return discoverers_.size(); }
     std::size_t links() const;
     std::size_t notifySessions() const;
+    /// The name under which the adapter is known to others.
+    const std::string& alias() const { return alias_; }
     /// What clients have not taken back, in words; empty if it is nothing.
     std::string leftovers() const;
 
@@ -133,13 +154,18 @@ public:
 
 private:
     static bool isNext(std::map<std::string, int>& planned, const std::string& method);
+    void send(const IncomingCall& call, const Message& reply, const char* kind);
     void takeName();
     void exportAdapter();
     bool received(sd_bus_message* message);
     void handle(const IncomingCall& call);
     void handleOnAdapter(const IncomingCall& call);
+    void answerProperties(const IncomingCall& call);
+    void setAlias(const IncomingCall& call);
     void startDiscovery(const IncomingCall& call);
     void stopDiscovery(const IncomingCall& call);
+    void anotherComesFirst(const IncomingCall& call);
+    void discoverElsewhere();
     void discoveryEnded();
     void advertise();
     void clientLeft(const std::string& client);
@@ -151,10 +177,12 @@ private:
     const std::string adapter_ = "/org/bluez/hci0";
     std::shared_ptr<Bus> bus_;
     Slot filter_, ownerMatch_;
-    ExportedObjects objects_;
+    ExportedObjects objects_{outbox};
     bool powered_ = true;
+    std::string alias_ = "stand-in";
     std::set<std::string> discoverers_;
-    std::unique_ptr<Timer> firstAdvertisement_;
+    std::unique_ptr<Timer> firstAdvertisement_, elsewhere_;
+    std::vector<std::unique_ptr<Timer>> switches_;
     // Devices that are gone may still be forgotten later, so they are kept.
     std::vector<std::shared_ptr<StandInDevice>> devices_;
 };

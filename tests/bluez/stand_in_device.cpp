@@ -221,15 +221,27 @@ void StandInDevice::linkStands() {
     linked_ = true;
     leaving_ = false;
     ++links_;
-    service_.objects().set(path_, "Connected", true);
+    if (service_.habits.linksSilently) {
+        service_.objects().setSilently(path_, "Connected", true);
+    } else {
+        service_.objects().set(path_, "Connected", true);
+    }
     if (!service_.habits.resolvesBeforeReply && call) service_.answer(*call);
     device_->connected(*this);
-    later([this] {
-        exportServices();
-        resumeSessions();
-        service_.objects().set(path_, "ServicesResolved", true);
-    });
+    later([this] { resolve(); });
     if (service_.habits.resolvesBeforeReply && call) later([this, call = *call] { service_.answer(call); });
+}
+
+void StandInDevice::resolve() {
+    if (service_.unresolvedLinks > 0) {
+        --service_.unresolvedLinks;
+        return;
+    }
+    const auto exportDelay = service_.habits.exportDelay;
+    if (exportDelay == exportDelay.zero()) exportServices();
+    resumeSessions();
+    service_.objects().set(path_, "ServicesResolved", true);
+    if (exportDelay > exportDelay.zero()) later(exportDelay, [this] { exportServices(); });
 }
 
 void StandInDevice::exportServices() {
@@ -311,8 +323,12 @@ void StandInDevice::notify(const CBUUID& uuid, Bytes value) {
 }
 
 void StandInDevice::after(std::chrono::nanoseconds delay, std::function<void()> task) {
+    later(delay / service_.habits.hurry, std::move(task));
+}
+
+void StandInDevice::later(std::chrono::nanoseconds delay, std::function<void()> task) {
     const std::uint64_t id = ++timersMade_;
-    timers_[id] = service_.loop().after(delay / service_.habits.hurry, [this, id, task = std::move(task)] {
+    timers_[id] = service_.loop().after(delay, [this, id, task = std::move(task)] {
         const auto self = shared_from_this();
         timers_.erase(id);
         task();
@@ -340,6 +356,19 @@ void StandInDevice::updateSubscription(Characteristic& characteristic) {
 // Sessions of an earlier link go on by themselves.
 void StandInDevice::resumeSessions() {
     for (auto& [path, characteristic] : characteristics_) updateSubscription(characteristic);
+}
+
+void StandInDevice::notifyElsewhere(const std::string& path) {
+    const auto found = characteristics_.find(path);
+    if (!linked_ || found == characteristics_.end()) return;
+    Characteristic& characteristic = found->second;
+    if (characteristic.socket || !characteristic.sessions.insert(anotherClient).second) return;
+    updateSubscription(characteristic);
+    service_.objects().set(path, "Notifying", true);
+    later(std::chrono::seconds(1), [this, &characteristic] {
+        characteristic.sessions.erase(anotherClient);
+        updateSubscription(characteristic);
+    });
 }
 
 void StandInDevice::startNotify(const IncomingCall& call, const std::string& path) {

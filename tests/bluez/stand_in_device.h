@@ -36,6 +36,8 @@ public:
     /// Nothing of a former life of the service is left.
     void serviceEnded();
     void clientLeft(const std::string& client);
+    /// Another client subscribes to this characteristic for a second; nothing where it is none of the device.
+    void notifyElsewhere(const std::string& path);
 
     /// A call to the device's object or to one below it; false if there is none.
     bool handle(const IncomingCall& call);
@@ -59,12 +61,14 @@ private:
 
     /// Runs the task from the loop, unless the link has ended by then.
     void later(std::function<void()> task);
+    void later(std::chrono::nanoseconds delay, std::function<void()> task);
     Properties describe() const;
     std::string advertisedName() const;
 
     void connect(const IncomingCall& call);
     void failAttempt(const Refusal& refusal);
     void linkStands();
+    void resolve();
     void exportServices();
     void disconnectFrom(const IncomingCall& call);
     void endLink();

@@ -103,22 +103,22 @@ TEST(Emulate, PutsTheDeviceOnTheAirUntilItIsInterrupted) {
     BlueZMachine machine;
     bluez::PeripheralSide side(machine.service);
     bool subscribed = false;
-    const Ran ran = machine.run(R"(
+    const Ran ran = machine.run(
+        R"(
         corvane emulate temperature-aoj20a --fault duplicate &
         read line < go
         kill -INT $!
         wait $!)",
-                                [&] {
-                                    if (!side.isOnTheAir()) return false;
-                                    if (!std::exchange(subscribed, true)) {
-                                        EXPECT_EQ(side.advertised, TemperatureAOJ20ADevice::deviceName);
-                                        EXPECT_EQ(side.alias, TemperatureAOJ20ADevice::deviceName);
-                                        side.link();
-                                        side.call(side.find(TemperatureAOJ20ADevice::characteristicCBUUID),
-                                                  "StartNotify");
-                                    }
-                                    return side.values.size() >= 2;
-                                });
+        [&] {
+            if (!side.isOnTheAir()) return false;
+            if (!std::exchange(subscribed, true)) {
+                EXPECT_EQ(side.advertised, TemperatureAOJ20ADevice::deviceName);
+                EXPECT_EQ(machine.service.alias(), TemperatureAOJ20ADevice::deviceName);
+                side.link();
+                side.call(side.find(TemperatureAOJ20ADevice::characteristicCBUUID), "StartNotify");
+            }
+            return side.values.size() >= 2;
+        });
     EXPECT_EQ(ran.status, 130);
     EXPECT_EQ(ran.out, "");
     ASSERT_GE(side.values.size(), 2u);
@@ -127,7 +127,7 @@ TEST(Emulate, PutsTheDeviceOnTheAirUntilItIsInterrupted) {
                                                 "advertising \"AOJ-20A\" on hci0\n"
                                                 "linked\n"));
     EXPECT_EQ(linesOf(ran.err).back(), "withdrawn");
-    EXPECT_TRUE(machine.waitFor([&] { return side.isEmpty() && side.alias == "stand-in"; }));
+    EXPECT_TRUE(machine.waitFor([&] { return side.isEmpty() && machine.service.alias() == "stand-in"; }));
     EXPECT_EQ(machine.service.calls["Disconnect"], 1);
 }
 
