@@ -64,7 +64,6 @@ private:
         must(tree->services(device.path).empty());
     }
     void valueChanged(std::string_view, Bytes value) override { must(value.size() <= longestValue); }
-    void notifyingChanged(std::string_view, bool) override {}
 
     void look(DeviceNode& device) {
         must(tree->device(device.path) == &device);

@@ -34,7 +34,6 @@ struct NoObserver final : bluez::ObjectTree::Observer {
     void deviceChanged(bluez::DeviceNode&, const bluez::ObjectTree::DeviceChange&) override {}
     void deviceVanished(const bluez::DeviceNode&) override {}
     void valueChanged(std::string_view, Bytes) override {}
-    void notifyingChanged(std::string_view, bool) override {}
 };
 
 std::string firstWord(const std::filesystem::path& file) {

@@ -59,7 +59,6 @@ private:
     }
     void deviceVanished(const DeviceNode& device) override { deviceLeft(device.path); }
     void valueChanged(std::string_view /*characteristic*/, Bytes /*value*/) override {}
-    void notifyingChanged(std::string_view /*characteristic*/, bool /*notifying*/) override {}
 
     // DeviceObjects::Owner
     bool isFromService(sd_bus_message* call) const override { return service_.fromService(call); }

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "corvane/platform/bluez/bluez_names.h"
+#include "corvane/platform/bluez/property_reader.h"
 #include "corvane/platform/bluez/retry_delay.h"
 
 namespace corvane::bluez {
@@ -36,8 +38,8 @@ BlueZService::~BlueZService() {
 }
 
 void BlueZService::open() {
-    // Without a bus at the start there is none to wait for.
-    if (!bus_) connect();
+    // At the start of a machine the program may come before the bus, or find no free descriptor.
+    if (!bus_ && !retry_ && !connect()) reconnectLater();
 }
 
 bool BlueZService::connect() {
@@ -58,6 +60,8 @@ void BlueZService::busClosed() {
     diagnostics_("the bus has closed the connection");
     loop_.detach(*std::exchange(bus_, nullptr));
     objectsCall_.reset();
+    refreshCall_.reset();
+    waitingForRefresh_.clear();
     for (Slot* match : {&ownerMatch_, &objectsMatch_, &propertiesMatch_}) match->reset();
     owner_.clear();
     tree_.clear();
@@ -132,6 +136,8 @@ void BlueZService::ownerChanged(sd_bus_message* signal) {
     owner_.clear();
     tree_.clear();
     objectsCall_.reset();
+    refreshCall_.reset();
+    waitingForRefresh_.clear();
     retry_.reset();
     setPresence(Presence::absent);
     if (*now) requestObjects();
@@ -166,6 +172,35 @@ Call BlueZService::call(const Message& message, Bus::ReplyHandler handler, std::
 
 void BlueZService::send(const Message& message) {
     if (message.get() && bus_) bus_->send(message);
+}
+
+bool BlueZService::canPassDescriptors() const { return bus_ && bus_->canPassDescriptors(); }
+
+void BlueZService::refresh(std::function<void()> done) {
+    if (done) waitingForRefresh_.push_back(std::move(done));
+    if (refreshCall_) return;
+    refreshCall_ = call(newCall("/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects"),
+                        [this](const Reply& reply) { refreshed(reply); });
+    // Without a service there is nothing to read, and those who asked learn of its absence.
+    if (!refreshCall_) waitingForRefresh_.clear();
+}
+
+void BlueZService::refreshed(const Reply& reply) {
+    refreshCall_.reset();
+    if (reply.failed() || !tree_.refresh(reply.message()))
+        diagnostics_(reply.failed() ? reply.errorText() : "GetManagedObjects: malformed");
+    for (const auto& done : std::exchange(waitingForRefresh_, {})) done();
+}
+
+Call BlueZService::readFlag(std::string_view path, const char* interface, const char* property,
+                            std::function<void(std::optional<bool>)> done) {
+    Message message = newCall(path, propertiesInterface, "Get");
+    message.append("ss", interface, property);
+    return call(message, [done = std::move(done)](const Reply& reply) {
+        int value = 0;
+        const bool read = !reply.failed() && sd_bus_message_read(reply.message(), "v", "b", &value) > 0;
+        done(read ? std::optional(value != 0) : std::nullopt);
+    });
 }
 
 }  // namespace corvane::bluez

@@ -35,7 +35,7 @@ public:
     BlueZService(const BlueZService&) = delete;
     BlueZService& operator=(const BlueZService&) = delete;
 
-    /// Connects to the bus. Nothing happens before.
+    /// Connects to the bus, now or once there is one. Nothing happens before.
     void open();
 
     Presence presence() const { return presence_; }
@@ -56,6 +56,15 @@ public:
                             std::chrono::nanoseconds timeout = std::chrono::seconds(25));
     void send(const Message& message);
 
+    /// Whether replies can hold descriptors: not where the bus is another machine's.
+    bool canPassDescriptors() const;
+    /// Reads all objects again, since signals about them may have been left out. `done` is called after the
+    /// tree has taken them over, or when they cannot be had.
+    void refresh(std::function<void()> done = nullptr);
+    /// Reads one property that is true or false; nothing where it cannot be had.
+    [[nodiscard]] Call readFlag(std::string_view path, const char* interface, const char* property,
+                                std::function<void(std::optional<bool>)> done);
+
 private:
     bool connect();
     void reconnectLater();
@@ -63,6 +72,7 @@ private:
     void listen();
     void requestObjects();
     void objectsArrived(const Reply& reply);
+    void refreshed(const Reply& reply);
     void ownerChanged(sd_bus_message* signal);
     void setPresence(Presence presence);
 
@@ -76,6 +86,8 @@ private:
     std::string owner_;  // The service's unique name.
     Slot ownerMatch_, objectsMatch_, propertiesMatch_;
     Call objectsCall_;
+    Call refreshCall_;
+    std::vector<std::function<void()>> waitingForRefresh_;
     std::unique_ptr<Timer> retry_;
     unsigned reconnections_ = 0;  // Since the service was last present.
 };

@@ -1,8 +1,10 @@
 #include "corvane/platform/bluez/bus.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 
 #include <cerrno>
+#include <chrono>
 
 namespace corvane::bluez {
 namespace {
@@ -23,6 +25,9 @@ int onSignal(sd_bus_message* message, void* handler, sd_bus_error*) noexcept {
     (*static_cast<Bus::SignalHandler*>(handler))(message);
     return 0;
 }
+
+// How long a daemon that does not read may keep this process from ending.
+constexpr std::chrono::seconds longestFlush{1};
 
 int openBus(sd_bus** bus, const std::string& address) {
     if (address.empty()) return sd_bus_open_system(bus);
@@ -89,8 +94,15 @@ Bus::~Bus() {
 
 void Bus::flush() {
     // What could not be sent at once is waiting for room; before the connection stands there is nothing that
-    // matters.
-    if (sd_bus_is_ready(bus_) > 0 && (events() & EPOLLOUT)) sd_bus_flush(bus_);
+    // matters. sd_bus_flush waits without bound. Nobody hears what is received here: the matches and the
+    // calls have been released.
+    const auto end = Clock::now() + longestFlush;
+    while (!broken_ && sd_bus_is_ready(bus_) > 0 && (events() & EPOLLOUT)) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        pollfd room{.fd = descriptor(), .events = POLLOUT, .revents = 0};
+        if (left <= 0 || ::poll(&room, 1, static_cast<int>(left)) <= 0 || sd_bus_process(bus_, nullptr) < 0)
+            return;
+    }
 }
 
 std::string Bus::uniqueName() const {

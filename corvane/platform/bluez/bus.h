@@ -73,7 +73,10 @@ public:
 
     /// An empty address means the system bus. Null and a negative errno when there is none.
     static std::shared_ptr<Bus> open(const std::string& address, int& error);
+    /// Sends what is still waiting, for a second at most.
     ~Bus() override;
+
+    bool canPassDescriptors() const { return sd_bus_can_send(bus_, SD_BUS_TYPE_UNIX_FD) > 0; }
 
     /// The library's own handle, for what has no wrapper here.
     sd_bus* handle() const { return bus_; }

@@ -15,6 +15,7 @@ struct DiscoveredCharacteristic : CBCharacteristic {
 struct DiscoveredService : CBService {
     std::string path;
     std::weak_ptr<GattSession> session;
+    std::size_t characteristicsThere = 0;  // When its characteristics were told, the unwanted ones too.
 };
 
 // So many are remembered without asking whether they are still there.
@@ -176,6 +177,8 @@ void Peripheral::linkStands(const std::shared_ptr<GattSession>& session) {
     session_ = session;
     const auto central = central_.lock();
     if (!central) return;
+    // The end of the former link comes before the next one.
+    if (const auto radio = radio_.lock()) radio->tellLossesNow();
     central->deliver([self = shared_from_this(), attempt = attempt_](Central&, auto& delegate) {
         // Cancelled by now, it is an attempt that ended without an event.
         if (self->attempt_ != attempt) return;
@@ -190,13 +193,17 @@ void Peripheral::linkEnded(const CBError* error) {
         wantsLink_ = false;
         forgetLink();
     }
-    const auto central = central_.lock();
-    if (!central) return;
-    central->deliver([self = shared_from_this(),
-                      reason = error ? std::optional(*error) : std::nullopt](Central&, auto& delegate) {
-        if (std::exchange(self->told_, false))
-            delegate.didDisconnectPeripheral(self, reason ? &*reason : nullptr);
-    });
+    const auto radio = radio_.lock();
+    if (!radio) return;
+    auto tell = [self = shared_from_this(), reason = error ? std::optional(*error) : std::nullopt] {
+        const auto central = self->central_.lock();
+        if (!central) return;
+        central->deliver([self, reason](Central&, auto& delegate) {
+            if (std::exchange(self->told_, false))
+                delegate.didDisconnectPeripheral(self, reason ? &*reason : nullptr);
+        });
+    };
+    error ? radio->tellLoss(std::move(tell)) : tell();
 }
 
 void Peripheral::attemptEnded() { wantsLink_ = false; }
@@ -212,17 +219,51 @@ void Peripheral::deliver(Event event) {
     });
 }
 
-void Peripheral::discoverServices(std::span<const CBUUID> wanted) {
+Link* Peripheral::link() const {
     const auto radio = radio_.lock();
-    if (!radio || !session_) return;
-    servicesAsked_.emplace_back(wanted.begin(), wanted.end());
-    const DeviceNode* node = radio->tree().device(device_);
-    if (node && node->servicesResolved) servicesResolved();
+    Link* link = radio && session_ ? radio->findLink(device_) : nullptr;
+    return link && link->session() == session_.get() ? link : nullptr;
 }
 
-void Peripheral::servicesResolved() {
-    for (auto& wanted : std::exchange(servicesAsked_, {}))
-        deliver([wanted = std::move(wanted)](Peripheral& self) { self.tellServices(wanted); });
+void Peripheral::discoverServices(std::span<const CBUUID> wanted) {
+    Link* const asked = link();
+    if (!asked) return;
+    servicesAsked_.emplace_back(wanted.begin(), wanted.end());
+    asked->servicesAsked();
+}
+
+bool Peripheral::servicesResolved(bool last) {
+    bool complete = true;
+    for (auto& wanted : std::exchange(servicesAsked_, {})) {
+        const bool offered = offers(wanted);
+        complete = complete && offered;
+        if (offered || last) {
+            deliver([wanted = std::move(wanted)](Peripheral& self) { self.tellServices(wanted); });
+        } else {
+            servicesAsked_.push_back(std::move(wanted));
+        }
+    }
+    return complete;
+}
+
+// BlueZ exports a service before its characteristics.
+bool Peripheral::offers(const std::vector<CBUUID>& wanted) const {
+    const auto radio = radio_.lock();
+    if (!radio) return false;
+    const auto services = radio->tree().services(device_);
+    return std::any_of(services.begin(), services.end(), [&](const GattNode& service) {
+        return isWanted(wanted, service.uuid) && !radio->tree().characteristics(service.path).empty();
+    });
+}
+
+bool Peripheral::isOutdated() const {
+    const auto radio = radio_.lock();
+    if (!radio || !services_) return false;
+    return std::any_of(services_->begin(), services_->end(), [&](const ServiceRef& service) {
+        const auto& told = static_cast<const DiscoveredService&>(*service);
+        return told.characteristics &&
+               radio->tree().characteristics(told.path).size() > told.characteristicsThere;
+    });
 }
 
 void Peripheral::tellServices(const std::vector<CBUUID>& wanted) {
@@ -238,8 +279,10 @@ void Peripheral::tellServices(const std::vector<CBUUID>& wanted) {
         service.session = session_;
         // What is known of a service stays known, for the values that come meanwhile.
         for (const ServiceRef& old : known) {
-            if (static_cast<const DiscoveredService&>(*old).path == node.path)
-                service.characteristics = old->characteristics;
+            const auto& before = static_cast<const DiscoveredService&>(*old);
+            if (before.path != node.path) continue;
+            service.characteristics = before.characteristics;
+            service.characteristicsThere = before.characteristicsThere;
         }
         services_->push_back(std::make_shared<const DiscoveredService>(std::move(service)));
     }
@@ -262,7 +305,9 @@ void Peripheral::tellCharacteristics(const std::vector<CBUUID>& wanted, const st
         if (before.path != path) continue;
         DiscoveredService service = before;
         service.characteristics.emplace();
-        for (const GattNode& node : radio->tree().characteristics(path)) {
+        const auto nodes = radio->tree().characteristics(path);
+        service.characteristicsThere = nodes.size();
+        for (const GattNode& node : nodes) {
             if (!isWanted(wanted, node.uuid)) continue;
             DiscoveredCharacteristic characteristic;
             characteristic.uuid = node.uuid;
@@ -272,6 +317,7 @@ void Peripheral::tellCharacteristics(const std::vector<CBUUID>& wanted, const st
                 std::make_shared<const DiscoveredCharacteristic>(std::move(characteristic)));
         }
         const ServiceRef told = listed = std::make_shared<const DiscoveredService>(std::move(service));
+        if (Link* standing = link()) standing->characteristicsTold();
         if (const auto delegate = delegate_.lock())
             delegate->didDiscoverCharacteristicsFor(shared_from_this(), told, nullptr);
         return;

@@ -93,7 +93,8 @@ public:
 
 private:
     void linkStands(const std::shared_ptr<GattSession>& session) override;
-    void servicesResolved() override;
+    bool servicesResolved(bool last) override;
+    bool isOutdated() const override;
     void linkEnded(const CBError* error) override;
     void attemptEnded() override;
     void valueArrived(std::string_view characteristic, Bytes value) override;
@@ -104,6 +105,8 @@ private:
     }
     template <class Event>
     void deliver(Event event);
+    Link* link() const;
+    bool offers(const std::vector<CBUUID>& wanted) const;
     void tellServices(const std::vector<CBUUID>& wanted);
     void tellCharacteristics(const std::vector<CBUUID>& wanted, const std::string& service);
     CharacteristicRef findCharacteristic(std::string_view path) const;

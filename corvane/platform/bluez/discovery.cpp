@@ -80,10 +80,22 @@ void Discovery::start() {
 void Discovery::started(const Reply& reply) {
     if (!reply.failed() || (isInProgress(reply) && failures_ >= mostInProgress)) return begun();
     observer_.diagnose("StartDiscovery", reply);
+    if (reply.is(SD_BUS_ERROR_NO_REPLY)) return startUnanswered();
     state_ = State::off;
     if (isRefusal(reply)) return observer_.discoveryRefused();
     retryLater();
     reconcile();
+}
+
+// The property says whether anybody's discovery is on. It is asked only where our own call has no answer.
+void Discovery::startUnanswered() {
+    call_ = service_.readFlag(adapter_, adapterInterface, "Discovering", [this](std::optional<bool> on) {
+        if (on.value_or(false)) return begun();
+        call_.reset();
+        state_ = State::off;
+        retryLater();
+        reconcile();
+    });
 }
 
 void Discovery::begun() {
@@ -109,12 +121,21 @@ void Discovery::stop() {
 
 void Discovery::stopped(const Reply& reply) {
     if (reply.failed()) observer_.diagnose("StopDiscovery", reply);
-    const bool mayGoOn = isInProgress(reply) || reply.is(SD_BUS_ERROR_NO_REPLY);
+    if (reply.is(SD_BUS_ERROR_NO_REPLY)) return stopUnanswered();
     // With any other answer it is off.
-    if (!mayGoOn || failures_ >= mostInProgress) return ended();
+    if (!isInProgress(reply) || failures_ >= mostInProgress) return ended();
     call_.reset();
     state_ = State::on;
     retryLater();
+}
+
+void Discovery::stopUnanswered() {
+    call_ = service_.readFlag(adapter_, adapterInterface, "Discovering", [this](std::optional<bool> on) {
+        if (!on.value_or(true) || failures_ >= mostInProgress) return ended();
+        call_.reset();
+        state_ = State::on;
+        retryLater();
+    });
 }
 
 void Discovery::ended() {
@@ -123,11 +144,6 @@ void Discovery::ended() {
     state_ = State::off;
     observer_.discoveryEnded();
     reconcile();
-}
-
-void Discovery::discoveringChanged(bool discovering) {
-    if (discovering && state_ == State::starting) begun();
-    if (!discovering && state_ == State::stopping) ended();
 }
 
 }  // namespace corvane::bluez

@@ -32,10 +32,9 @@ public:
 
     /// Whether anybody scans.
     void want(bool wanted);
+    bool isWanted() const { return wanted_; }
     /// `airIsQuiet` follows, perhaps before this returns.
     [[nodiscard]] Pause pause();
-    /// The adapter says so: as good as the reply to a call, which may have got lost.
-    void discoveringChanged(bool discovering);
 
     /// The adapter that everything is about from now on; empty for none. Discovery is off on it.
     void useAdapter(std::string path);
@@ -50,6 +49,8 @@ private:
     void started(const Reply& reply);
     void stop();
     void stopped(const Reply& reply);
+    void startUnanswered();
+    void stopUnanswered();
     void begun();
     void ended();
     void retryLater();

@@ -13,6 +13,8 @@ namespace {
 // Longer than the 30 seconds that a device has for its answer.
 constexpr auto callTimeout = std::chrono::seconds(35);
 constexpr unsigned mostRefusals = 10;
+// What bluetoothd says where a socket for the characteristic is still held.
+constexpr std::string_view textNotifyAcquired = "Notify acquired";
 // A link that is lost hangs up before it is said to be gone, or after.
 constexpr auto hangUpGrace = std::chrono::seconds(1);
 // Values on a socket whose link has ended; a bound for the case that somebody keeps sending.
@@ -29,9 +31,8 @@ const char* GattSession::methodOf(const Operation& operation) {
     return methods[static_cast<std::size_t>(operation.kind)];
 }
 
-GattSession::GattSession(BlueZService& service, EventLoop& loop, BlueZNotifyPath notifyPath,
-                         Diagnose diagnose)
-    : service_(service), loop_(loop), notifyPath_(notifyPath), diagnose_(std::move(diagnose)) {}
+GattSession::GattSession(BlueZService& service, EventLoop& loop, BlueZNotifyPath notifyPath, Owner& owner)
+    : service_(service), loop_(loop), notifyPath_(notifyPath), owner_(owner) {}
 
 void GattSession::subscribe(const std::string& characteristic,
                             const std::shared_ptr<ValueListener>& listener) {
@@ -40,9 +41,8 @@ void GattSession::subscribe(const std::string& characteristic,
     if (std::none_of(listeners.begin(), listeners.end(),
                      [&](const auto& entry) { return isListener(entry, *listener); }))
         listeners.push_back(listener);
-    const bool wasRefused = std::exchange(subscription->second.refused, false);
-    if (!isNew && !wasRefused) return;
-    const bool bySocket = notifyPath_ == BlueZNotifyPath::socket;
+    if (!isNew) return;
+    const bool bySocket = notifyPath_ == BlueZNotifyPath::socket && service_.canPassDescriptors();
     enqueue({.kind = bySocket ? Operation::Kind::acquireNotify : Operation::Kind::startNotify,
              .characteristic = characteristic});
 }
@@ -114,18 +114,31 @@ void GattSession::perform(const Operation& operation) {
 void GattSession::answered(const Reply& reply) {
     using Kind = Operation::Kind;
     const auto self = shared_from_this();
-    Operation& operation = operations_.front();
-    const bool acquires = operation.kind == Kind::acquireNotify;
-    if (reply.failed()) diagnose_(methodOf(operation), reply);
+    const Kind kind = operations_.front().kind;
+    if (reply.failed()) owner_.callFailed(methodOf(operations_.front()), reply);
+    // What the owner does about it may have ended the session.
+    if (ended_) return;
     // Somebody else may be subscribed already, or the device indicates: signals serve both.
-    if (acquires && !takeSocket(reply)) return performInstead(Kind::startNotify);
+    if (kind == Kind::acquireNotify && reply.failed()) return useSignals();
+    if (kind == Kind::acquireNotify && !takeSocket(reply)) {
+        // While the reply lives, bluetoothd still counts its socket as acquired.
+        operations_.front().kind = Kind::startNotify;
+        return retryLater();
+    }
     if (!reply.failed()) return succeeded();
-    if (!reply.is(errorInProgress) || ++operation.refusals > mostRefusals) return givenUp(reply);
-    retryLater();
+    if (mayBeTriedAgain(reply)) return retryLater();
+    const std::string reason(reply.errorText());
+    if (kind == Kind::startNotify && reply.is(SD_BUS_ERROR_NO_REPLY)) return startUnanswered(reason);
+    givenUp(reason);
 }
 
-void GattSession::performInstead(Operation::Kind kind) {
-    operations_.front().kind = kind;
+bool GattSession::mayBeTriedAgain(const Reply& reply) {
+    const bool isBusy = reply.is(errorInProgress) || reply.errorText() == textNotifyAcquired;
+    return isBusy && ++operations_.front().refusals <= mostRefusals;
+}
+
+void GattSession::useSignals() {
+    operations_.front().kind = Operation::Kind::startNotify;
     call_.reset();
     performNext();
 }
@@ -138,12 +151,19 @@ void GattSession::retryLater() {
     });
 }
 
-void GattSession::givenUp(const Reply& reply) {
-    lastRefusal_ = reply.errorText();
-    const Operation& operation = operations_.front();
-    Subscription* subscription = subscriptionOf(operation.characteristic);
-    if (subscription && operation.kind == Operation::Kind::startNotify) subscription->refused = true;
-    done();
+void GattSession::startUnanswered(const std::string& reason) {
+    call_ = service_.readFlag(operations_.front().characteristic, characteristicInterface, "Notifying",
+                              [this, reason](std::optional<bool> notifying) {
+                                  const auto self = shared_from_this();
+                                  notifying.value_or(false) ? succeeded() : givenUp(reason);
+                              });
+}
+
+void GattSession::givenUp(std::string reason) {
+    const bool subscribes = operations_.front().kind == Operation::Kind::startNotify;
+    lastRefusal_ = std::move(reason);
+    if (subscribes) owner_.subscriptionFailed(lastRefusal_);
+    if (!ended_) done();
 }
 
 void GattSession::succeeded() {
@@ -189,13 +209,6 @@ void GattSession::closeSocket(Subscription& subscription) {
     loop_.detach(*socket);
 }
 
-void GattSession::notifyingChanged(std::string_view characteristic, bool notifying) {
-    if (!notifying || !call_ || operations_.empty()) return;
-    const Operation& waiting = operations_.front();
-    // As good as the reply, which may have got lost.
-    if (waiting.kind == Operation::Kind::startNotify && waiting.characteristic == characteristic) succeeded();
-}
-
 void GattSession::valueSignalled(std::string_view characteristic, Bytes value) {
     // On a socket's way, signals tell only of what others read.
     if (started_.find(characteristic) != started_.end()) deliver(characteristic, value);
@@ -205,6 +218,7 @@ void GattSession::deliver(std::string_view characteristic, Bytes value) {
     const Subscription* subscription = subscriptionOf(characteristic);
     if (!subscription) return;
     const auto self = shared_from_this();
+    if (!std::exchange(valuesFlow_, true)) owner_.valuesFlow();
     if (subscription->listeners.size() == 1) {
         if (const auto listener = subscription->listeners.front().lock())
             listener->valueArrived(characteristic, value);
@@ -230,16 +244,16 @@ void GattSession::end() {
         for (int i = 0; i < mostWaiting && socket->dispatch(); ++i) {
         }
     }
-    closeAll();
+    abandon();
     // BlueZ would subscribe again by itself on the next link, before anybody listens, and a device that
     // sends its reading upon that would send it into the void.
     for (const std::string& characteristic : std::exchange(started_, {}))
         service_.send(service_.newCall(characteristic, characteristicInterface, "StopNotify"));
 }
 
-GattSession::~GattSession() { closeAll(); }
+GattSession::~GattSession() { abandon(); }
 
-void GattSession::closeAll() {
+void GattSession::abandon() {
     ended_ = true;
     operations_.clear();
     call_.reset();

@@ -29,10 +29,22 @@ protected:
 
 class GattSession : public std::enable_shared_from_this<GattSession> {
 public:
-    /// `diagnose` is told what is refused.
-    using Diagnose = std::function<void(const char* call, const Reply& reply)>;
+    /// The link that the session runs on. It must not end the session at once.
+    class Owner {
+    public:
+        /// The service has refused a call, or has not answered it.
+        virtual void callFailed(const char* call, const Reply& reply) = 0;
+        /// A subscription was given up; no value will come of it.
+        virtual void subscriptionFailed(std::string_view reason) = 0;
+        /// The first value of the session has come.
+        virtual void valuesFlow() = 0;
 
-    GattSession(BlueZService& service, EventLoop& loop, BlueZNotifyPath notifyPath, Diagnose diagnose);
+    protected:
+        ~Owner() = default;
+    };
+
+    /// `owner` must outlive the session, or call `end` or `abandon` before.
+    GattSession(BlueZService& service, EventLoop& loop, BlueZNotifyPath notifyPath, Owner& owner);
     GattSession(const GattSession&) = delete;
     GattSession& operator=(const GattSession&) = delete;
     ~GattSession();
@@ -47,20 +59,20 @@ public:
 
     // What the service signals.
     void valueSignalled(std::string_view characteristic, Bytes value);
-    void notifyingChanged(std::string_view characteristic, bool notifying);
 
     /// Why the last operation was given up, in BlueZ's words; empty when one has succeeded since.
     const std::string& lastRefusal() const { return lastRefusal_; }
 
     /// The link is gone. Values that already wait on sockets are handed over before.
     void end();
+    /// Nothing more is done or handed over; the owner goes.
+    void abandon();
 
 private:
     struct Subscription {
         std::vector<std::weak_ptr<ValueListener>> listeners;
         std::shared_ptr<NotifySocket> socket;
         std::unique_ptr<Timer> fallBack;
-        bool refused = false;  // To be asked for again by the next who wants it.
     };
     struct Operation {
         enum class Kind { acquireNotify, startNotify, stopNotify, write } kind;
@@ -75,22 +87,23 @@ private:
     void performNext();
     void perform(const Operation& operation);
     void answered(const Reply& reply);
-    void performInstead(Operation::Kind kind);
+    bool mayBeTriedAgain(const Reply& reply);
+    void useSignals();
     void retryLater();
-    void givenUp(const Reply& reply);
+    void startUnanswered(const std::string& reason);
+    void givenUp(std::string reason);
     void succeeded();
     void done();
     bool takeSocket(const Reply& reply);
     void socketHungUp(const std::string& characteristic);
     void closeSocket(Subscription& subscription);
-    void closeAll();
     void deliver(std::string_view characteristic, Bytes value);
     Subscription* subscriptionOf(std::string_view characteristic);
 
     BlueZService& service_;
     EventLoop& loop_;
     const BlueZNotifyPath notifyPath_;
-    const Diagnose diagnose_;
+    Owner& owner_;
     std::map<std::string, Subscription, std::less<>> subscriptions_;
     // Notify sessions that BlueZ keeps for this process, with or without a link.
     std::set<std::string, std::less<>> started_;
@@ -98,6 +111,7 @@ private:
     Call call_;
     std::unique_ptr<Timer> retry_;
     std::string lastRefusal_;
+    bool valuesFlow_ = false;
     bool ended_ = false;
 };
 

@@ -2,9 +2,16 @@
 //
 // BlueZ's attempts to connect end by themselves, after 40 seconds or at once; a link's do not: they are made
 // again until the link stands or nobody wants it any more. A link that nobody wants is ended.
+//
+// A link sees to it that it gets on. Each step on the way to the first value (LinkStep) has a time limit, far
+// longer than a slow device needs. Past it the link reads the state of things again, since a signal may have
+// been left out; if that does not help, it ends the connection and says so to those who have heard of it.
 #pragma once
 
+#include <chrono>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,7 +25,11 @@ namespace corvane::bluez {
 class LinkListener : public ValueListener {
 public:
     virtual void linkStands(const std::shared_ptr<GattSession>& session) = 0;
-    virtual void servicesResolved() = 0;
+    /// Time to answer questions about services. A question waits where what it asks for is not there yet,
+    /// unless this is the `last` time. False if something that was asked for is not there.
+    virtual bool servicesResolved(bool last) = 0;
+    /// A service has a characteristic that was not there when its characteristics were told.
+    virtual bool isOutdated() const = 0;
     /// `error` is null if the listener asked for it. Only after `linkStands`.
     virtual void linkEnded(const CBError* error) = 0;
     /// No attempt is made any more, without the listener's doing and before the link ever stood.
@@ -28,7 +39,10 @@ protected:
     ~LinkListener() = default;
 };
 
-class Link : public std::enable_shared_from_this<Link> {
+/// What a link waits for.
+enum class LinkStep { connection, services, wantedService, firstValue };
+
+class Link final : private GattSession::Owner, public std::enable_shared_from_this<Link> {
 public:
     /// What a link needs around itself.
     struct Surroundings {
@@ -36,7 +50,9 @@ public:
         EventLoop& loop;
         Discovery& discovery;
         BlueZNotifyPath notifyPath;
-        GattSession::Diagnose diagnose;
+        std::function<void(std::string_view line)> diagnose;
+        /// By device: how many links in a row were given up. The next one is not made at once.
+        std::map<std::string, unsigned, std::less<>>& troubles;
         /// The link is over, or waits for the device to be found, or does so no more. Keeps a link that is
         /// over alive until what runs in it has returned.
         std::function<void(Link&)> changed;
@@ -44,6 +60,7 @@ public:
 
     /// `surroundings` must outlive the link.
     Link(const Surroundings& surroundings, std::string device);
+    ~Link();
 
     void want(std::shared_ptr<LinkListener> listener);
     void leave(const LinkListener& listener);
@@ -53,10 +70,16 @@ public:
     bool isOver() const { return phase_ == Phase::over; }
     GattSession* session() const { return session_.get(); }
 
+    /// A listener has asked for services, and they are resolved.
+    void servicesAsked() { tellServices(false); }
+    /// A listener has been told of characteristics; a value is to follow.
+    void characteristicsTold();
+
     // What becomes of the device.
     void deviceAppeared(const DeviceNode& device);
     void deviceChanged(const DeviceNode& device, const ObjectTree::DeviceChange& change);
     void deviceVanished();
+    void attributesAdded();
     void airIsQuiet();
     /// The adapter is off or gone: there is no link, and no attempt is made.
     void radioLost();
@@ -66,11 +89,29 @@ private:
 
     using Listeners = std::vector<std::shared_ptr<LinkListener>>;
 
+    void callFailed(const char* call, const Reply& reply) override;
+    void subscriptionFailed(std::string_view reason) override;
+    void valuesFlow() override;
+
     void enter(Phase phase);
+    void follow(const DeviceNode& device, const ObjectTree::DeviceChange& change);
     void begin();
+    void beginAfterTroubles();
     void connect();
     void answered(const Reply& reply);
+    void connectUnanswered();
     void attemptFailed();
+    void expect(LinkStep step);
+    void overdue();
+    void lookAgain(std::function<void()> then);
+    void tellServices(bool last);
+    void attributesSettled();
+    bool isOutdated() const;
+    void giveUp(LinkStep step, const std::string& reason);
+    void doubt();
+    Call read(std::function<void()> then);
+    bool servicesAreResolved() const { return node() && node()->servicesResolved; }
+    std::string label() const;
     void stands();
     bool mayStand() const;
     void close();
@@ -87,10 +128,15 @@ private:
     std::shared_ptr<GattSession> session_;
     Discovery::Pause pause_;
     Call call_;
+    Call doubt_;  // Reads the device, because something contradicts what is known of it.
     std::unique_ptr<Timer> timer_;
+    std::unique_ptr<Timer> settling_;  // Since an attribute was added.
+    LinkStep step_ = LinkStep::connection;
     unsigned failures_ = 0;
     bool wasConnected_ = false;  // In this attempt, or when closing began.
     bool disconnectAnswered_ = false;
+    bool valuesFlow_ = false;
+    std::optional<CBError> givenUp_;  // Why the link is being ended, where nobody asked for that.
 };
 
 }  // namespace corvane::bluez

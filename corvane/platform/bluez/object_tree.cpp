@@ -34,13 +34,9 @@ bool isAddressType(std::string_view text) { return text == "public" || text == "
 
 bool readAdapter(sd_bus_message* message, AdapterNode& adapter) {
     std::optional<bool> powered;
-    std::optional<bool> discovering;
-    if (!readProperties(message, [&](PropertyReader& property) {
-            return property.read("Powered", powered) || property.read("Discovering", discovering);
-        }))
+    if (!readProperties(message, [&](PropertyReader& property) { return property.read("Powered", powered); }))
         return false;
     adapter.powered = powered.value_or(adapter.powered);
-    adapter.discovering = discovering.value_or(adapter.discovering);
     return true;
 }
 
@@ -70,6 +66,12 @@ struct DeviceProperties {
         });
     }
 
+    /// In a reply that holds all properties, one that is absent has no value.
+    void isComplete() {
+        unheard = !heard;
+        nameless = !name;
+    }
+
 private:
     bool readSignalStrength(PropertyReader& property) {
         std::optional<std::int16_t> strength;
@@ -92,16 +94,29 @@ ObjectTree::DeviceChange apply(DeviceNode& device, const DeviceProperties& prope
         change.renamed = name != device.name;
         device.name = std::move(name);
     }
-    if (properties.connected) {
-        device.connected = *properties.connected;
-        change.connection = true;
-    }
     if (properties.servicesResolved) {
         device.servicesResolved = *properties.servicesResolved;
         change.services = true;
+        change.doubtful = !properties.connected && device.servicesResolved != device.connected;
     }
+    change.connection = properties.connected || (change.doubtful && device.servicesResolved);
+    // Services are resolved on a link only, and are none without it.
+    if (change.connection) device.connected = properties.connected.value_or(true);
     device.servicesResolved = device.servicesResolved && device.connected;
     return change;
+}
+
+// Once bluetoothd is bonded with a device it resolves its private address, and tells of another address.
+// False where what it says is no address.
+bool readIdentity(DeviceNode& device, const DeviceProperties& properties) {
+    if (!properties.address && !properties.addressType) return true;
+    const std::string_view address = properties.address.value_or(device.address);
+    const std::string_view type = properties.addressType.value_or(device.addressType);
+    if (!isAddress(address) || !isAddressType(type)) return false;
+    device.identifier = deviceIdentifier(address, type);
+    if (properties.address) device.address = address;
+    if (properties.addressType) device.addressType = type;
+    return true;
 }
 
 }  // namespace
@@ -119,10 +134,45 @@ bool ObjectTree::load(sd_bus_message* message) {
     clear();
     if (!sd_bus_message_has_signature(message, "a{oa{sa{sv}}}")) return false;
     const bool read = readEntries(message, 'o', "a{sa{sv}}", [&](std::string_view path) {
-        return readInterfaces(message, path, false);
+        return readInterfaces(message, path, Taking::load);
     });
     if (!read) clear();
     return read;
+}
+
+bool ObjectTree::refresh(sd_bus_message* message) {
+    std::set<std::string, std::less<>> paths;
+    if (!sd_bus_message_has_signature(message, "a{oa{sa{sv}}}")) return false;
+    const bool read = readEntries(message, 'o', "a{sa{sv}}", [&](std::string_view path) {
+        paths.emplace(path);
+        return readInterfaces(message, path, Taking::refresh);
+    });
+    if (read) removeAllBut(paths);
+    return read;
+}
+
+void ObjectTree::removeAllBut(const std::set<std::string, std::less<>>& paths) {
+    std::erase_if(gatt_, [&](const auto& entry) { return !paths.contains(entry.first); });
+    std::vector<std::string> gone;
+    for (const auto& [path, device] : devices_) {
+        if (!paths.contains(path)) gone.push_back(path);
+    }
+    for (const std::string& path : gone) removeDevice(path);
+    if (std::erase_if(adapters_, [&](const auto& entry) { return !paths.contains(entry.first); }) > 0)
+        observer_.adaptersChanged();
+}
+
+void ObjectTree::deviceRead(std::string_view path, sd_bus_message* message) {
+    DeviceNode* read = device(path);
+    DeviceProperties properties;
+    if (!read || !sd_bus_message_has_signature(message, "a{sv}") || !properties.read(message)) return;
+    properties.isComplete();
+    readIdentity(*read, properties);
+    observer_.deviceChanged(*read, apply(*read, properties));
+}
+
+void ObjectTree::deviceIsConnected(std::string_view path) {
+    if (DeviceNode* connected = device(path)) connected->connected = true;
 }
 
 void ObjectTree::clear() {
@@ -134,51 +184,57 @@ void ObjectTree::clear() {
 void ObjectTree::interfacesAdded(sd_bus_message* signal) {
     const char* path = nullptr;
     if (!sd_bus_message_has_signature(signal, "oa{sa{sv}}")) return;
-    if (sd_bus_message_read_basic(signal, 'o', &path) > 0) readInterfaces(signal, path, true);
+    if (sd_bus_message_read_basic(signal, 'o', &path) > 0) readInterfaces(signal, path, Taking::signal);
 }
 
-bool ObjectTree::readInterfaces(sd_bus_message* message, std::string_view path, bool tell) {
+bool ObjectTree::readInterfaces(sd_bus_message* message, std::string_view path, Taking taking) {
     return readEntries(message, 's', "a{sv}", [&](std::string_view interface) {
-        return addInterface(message, path, interface, tell);
+        return addInterface(message, path, interface, taking);
     });
 }
 
 bool ObjectTree::addInterface(sd_bus_message* message, std::string_view path, std::string_view interface,
-                              bool tell) {
+                              Taking taking) {
     if (hasRoom() && path.size() <= longestPath) {
-        if (interface == adapterInterface) return addAdapter(message, path, tell);
-        if (interface == deviceInterface) return addDevice(message, path, tell);
-        if (interface == serviceInterface) return addGattObject(message, path, true);
-        if (interface == characteristicInterface) return addGattObject(message, path, false);
+        if (interface == adapterInterface) return addAdapter(message, path, taking);
+        if (interface == deviceInterface) return addDevice(message, path, taking);
+        if (interface == serviceInterface) return addGattObject(message, path, true, taking);
+        if (interface == characteristicInterface) return addGattObject(message, path, false, taking);
     }
     return sd_bus_message_skip(message, "a{sv}") >= 0;
 }
 
 bool ObjectTree::hasRoom() const { return size() < mostObjects; }
 
-bool ObjectTree::addAdapter(sd_bus_message* message, std::string_view path, bool tell) {
+bool ObjectTree::addAdapter(sd_bus_message* message, std::string_view path, Taking taking) {
     AdapterNode adapter{.path = std::string(path)};
     if (!readAdapter(message, adapter)) return false;
+    const auto known = adapters_.find(path);
+    const bool isSame = known != adapters_.end() && known->second.powered == adapter.powered;
     adapters_.insert_or_assign(adapter.path, adapter);
-    if (tell) observer_.adaptersChanged();
+    if (taking != Taking::load && !isSame) observer_.adaptersChanged();
     return true;
 }
 
-bool ObjectTree::addDevice(sd_bus_message* message, std::string_view path, bool tell) {
+bool ObjectTree::addDevice(sd_bus_message* message, std::string_view path, Taking taking) {
     DeviceProperties properties;
     if (!properties.read(message)) return false;
-    const std::string_view addressType = properties.addressType.value_or("public");
-    if (!properties.address || !isAddress(*properties.address) || !isAddressType(addressType)) return true;
+    if (DeviceNode* known = device(path); known && taking == Taking::refresh) {
+        properties.isComplete();
+        readIdentity(*known, properties);
+        observer_.deviceChanged(*known, apply(*known, properties));
+        return true;
+    }
     DeviceNode device;
     device.path = path;
-    device.identifier = deviceIdentifier(*properties.address, addressType);
+    if (!properties.address || !readIdentity(device, properties)) return true;
     apply(device, properties);
     DeviceNode& added = devices_.insert_or_assign(std::string(path), std::move(device)).first->second;
-    if (tell) observer_.deviceAppeared(added);
+    if (taking != Taking::load) observer_.deviceAppeared(added);
     return true;
 }
 
-bool ObjectTree::addGattObject(sd_bus_message* message, std::string_view path, bool service) {
+bool ObjectTree::addGattObject(sd_bus_message* message, std::string_view path, bool service, Taking taking) {
     std::optional<std::string_view> uuidText;
     std::optional<bool> primary;
     if (!readProperties(message, [&](PropertyReader& property) {
@@ -189,8 +245,11 @@ bool ObjectTree::addGattObject(sd_bus_message* message, std::string_view path, b
     const Kind kind = !service                 ? Kind::characteristic
                       : primary.value_or(true) ? Kind::primaryService
                                                : Kind::secondaryService;
-    if (const auto uuid = CBUUID::parse(uuidText.value_or("")))
-        gatt_.insert_or_assign(std::string(path), GattObject{kind, *uuid});
+    const auto uuid = CBUUID::parse(uuidText.value_or(""));
+    if (!uuid) return true;
+    const bool isNew = gatt_.insert_or_assign(std::string(path), GattObject{kind, *uuid}).second;
+    if (isNew && taking != Taking::load)
+        observer_.attributesAdded(service ? parentOf(path) : parentOf(parentOf(path)));
     return true;
 }
 
@@ -229,28 +288,23 @@ void ObjectTree::adapterPropertiesChanged(sd_bus_message* signal, std::string_vi
     const auto adapter = adapters_.find(path);
     if (adapter == adapters_.end()) return;
     AdapterNode& node = adapter->second;
-    const AdapterNode before = node;
-    if (!readAdapter(signal, node)) return;
-    // Of what else an adapter tells nobody here makes use, and it is no news of these.
-    if (node.powered != before.powered) observer_.adaptersChanged();
-    if (node.discovering != before.discovering) observer_.discoveringChanged(node);
+    const bool wasPowered = node.powered;
+    if (readAdapter(signal, node) && node.powered != wasPowered) observer_.adaptersChanged();
 }
 
 void ObjectTree::devicePropertiesChanged(sd_bus_message* signal, std::string_view path) {
     DeviceNode* changed = device(path);
     DeviceProperties properties;
-    if (!changed || !properties.read(signal) || !properties.readInvalidated(signal)) return;
+    if (!changed) return observer_.unknownDeviceSignalled(path);
+    if (!properties.read(signal) || !properties.readInvalidated(signal)) return;
+    readIdentity(*changed, properties);
     observer_.deviceChanged(*changed, apply(*changed, properties));
 }
 
 void ObjectTree::characteristicPropertiesChanged(sd_bus_message* signal, std::string_view path) {
     std::optional<Bytes> value;
-    std::optional<bool> notifying;
-    if (!readProperties(signal, [&](PropertyReader& property) {
-            return property.read("Value", value) || property.read("Notifying", notifying);
-        }))
+    if (!readProperties(signal, [&](PropertyReader& property) { return property.read("Value", value); }))
         return;
-    if (notifying) observer_.notifyingChanged(path, *notifying);
     if (value && value->size() <= longestValue) observer_.valueChanged(path, *value);
 }
 

@@ -3,11 +3,17 @@
 //
 // Messages are taken as they come from the bus: of any shape, in any order, about any object. What is not of
 // the documented shape is ignored as a whole; what is out of bounds is ignored by itself.
+//
+// bluetoothd leaves signals out: most often `Connected: true`, when the kernel reports the link after the
+// call that asked for it has ended. So a property is what was said of it last, what another property implies
+// counts as said, and a change that contradicts what was known is marked as doubtful, to be settled by a
+// read.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -24,8 +30,6 @@ std::string_view parentOf(std::string_view path);
 struct AdapterNode {
     std::string path;
     bool powered = false;
-    /// By whoever's wish.
-    bool discovering = false;
 
     /// "hci0"
     std::string_view name() const;
@@ -33,11 +37,13 @@ struct AdapterNode {
 
 struct DeviceNode {
     std::string path;
+    /// "00:11:22:33:44:55"; another one once bluetoothd, bonded with the device, knows who it is.
+    std::string address;
+    std::string addressType = "public";
     CBUUID identifier;
     /// What the device calls itself. Never the alias, which BlueZ makes up for a device without a name.
     std::optional<std::string> name;
     bool connected = false;
-    /// Never true without `connected`.
     bool servicesResolved = false;
     /// Heard not long ago: BlueZ knows its signal strength.
     bool inReach = false;
@@ -54,12 +60,14 @@ struct GattNode {
 
 class ObjectTree {
 public:
-    /// What a message said about a device, whether or not it was news.
+    /// What a message said about a device, also where it repeats what was known.
     struct DeviceChange {
         bool heard = false;
         bool renamed = false;
         bool connection = false;
         bool services = false;
+        /// One property implies what another one denies; a read of the device tells.
+        bool doubtful = false;
     };
 
     /// Told after the change. References are valid during the call.
@@ -67,14 +75,15 @@ public:
     public:
         /// One came or went, or was switched on or off.
         virtual void adaptersChanged() = 0;
-        /// Not told of an adapter that comes. For those who scan.
-        virtual void discoveringChanged(const AdapterNode& /*adapter*/) {}
         virtual void deviceAppeared(DeviceNode& device) = 0;
         virtual void deviceChanged(DeviceNode& device, const DeviceChange& change) = 0;
         virtual void deviceVanished(const DeviceNode& device) = 0;
-        /// A characteristic's value was signalled, in answer to whoever's doing.
+        /// A signal names a device that is not known: the signal of its appearance was left out.
+        virtual void unknownDeviceSignalled(std::string_view /*path*/) {}
+        /// A service or a characteristic of the device was added.
+        virtual void attributesAdded(std::string_view /*device*/) {}
+        /// A characteristic's value was signalled; any client of the service may have caused that.
         virtual void valueChanged(std::string_view characteristic, Bytes value) = 0;
-        virtual void notifyingChanged(std::string_view characteristic, bool notifying) = 0;
 
     protected:
         ~Observer() = default;
@@ -86,6 +95,17 @@ public:
     /// nothing.
     bool load(sd_bus_message* managedObjects);
     void clear();
+
+    // Answers to reads, which tell where signals were left out. Observers are told of what differs.
+
+    /// Takes over a reply to GetManagedObjects, which is the truth about every object. False where it is
+    /// malformed; what was read up to there counts.
+    bool refresh(sd_bus_message* managedObjects);
+    /// Takes over a reply to GetAll for the device's own interface.
+    void deviceRead(std::string_view path, sd_bus_message* properties);
+    /// A call says that the device is linked, or that there is no such object. Nobody is told of the former.
+    void deviceIsConnected(std::string_view path);
+    void deviceIsGone(const std::string& path) { removeDevice(path); }
 
     // The three signals that tell of changes.
     void interfacesAdded(sd_bus_message* signal);
@@ -121,11 +141,20 @@ private:
         std::size_t operator()(std::string_view path) const { return std::hash<std::string_view>{}(path); }
     };
 
-    bool readInterfaces(sd_bus_message* message, std::string_view path, bool tell);
-    bool addInterface(sd_bus_message* message, std::string_view path, std::string_view interface, bool tell);
-    bool addAdapter(sd_bus_message* message, std::string_view path, bool tell);
-    bool addDevice(sd_bus_message* message, std::string_view path, bool tell);
-    bool addGattObject(sd_bus_message* message, std::string_view path, bool service);
+    /// How the objects of a message are taken over.
+    enum class Taking {
+        load,     // Into an empty tree; nobody is told.
+        signal,   // They are new.
+        refresh,  // They may be known, and may differ from what is known.
+    };
+
+    bool readInterfaces(sd_bus_message* message, std::string_view path, Taking taking);
+    bool addInterface(sd_bus_message* message, std::string_view path, std::string_view interface,
+                      Taking taking);
+    bool addAdapter(sd_bus_message* message, std::string_view path, Taking taking);
+    bool addDevice(sd_bus_message* message, std::string_view path, Taking taking);
+    bool addGattObject(sd_bus_message* message, std::string_view path, bool service, Taking taking);
+    void removeAllBut(const std::set<std::string, std::less<>>& paths);
     void removeDevice(const std::string& path);
     void removeInterface(const std::string& path, std::string_view interface);
     void adapterPropertiesChanged(sd_bus_message* signal, std::string_view path);

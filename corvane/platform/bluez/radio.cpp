@@ -2,11 +2,18 @@
 
 #include <algorithm>
 
+#include "corvane/platform/bluez/bluez_names.h"
 #include "corvane/platform/bluez/central.h"
 
 namespace corvane::bluez {
 namespace {
 
+// BlueZ reports an adapter that is switched off 30 ms after its links.
+constexpr auto lossesWait = std::chrono::milliseconds(100);
+// While devices are looked for, one whose appearance was not signalled is found by a read.
+constexpr auto patrolInterval = std::chrono::seconds(20);
+// What has to be read again is read at most this often.
+constexpr auto doubtDelay = std::chrono::seconds(1);
 // How long a service that went away may take until it and its adapter are back.
 constexpr auto recoveryTime = std::chrono::seconds(10);
 
@@ -16,13 +23,14 @@ Radio::Radio(BlueZOptions options, EventLoop& loop, Diagnostics diagnostics)
     : options_(std::move(options)), loop_(loop), diagnostics_(std::move(diagnostics)),
       service_(
           options_.busAddress, loop, *this, [this] { serviceChanged(); }, diagnostics_),
-      discovery_(service_, loop, *this),
-      surroundings_{.service = service_,
-                    .loop = loop,
-                    .discovery = discovery_,
-                    .notifyPath = options_.notifyPath,
-                    .diagnose = [this](const char* call, const Reply& reply) { diagnose(call, reply); },
-                    .changed = [this](Link& link) { linkChanged(link); }} {}
+      discovery_(service_, loop, *this), surroundings_{.service = service_,
+                                                       .loop = loop,
+                                                       .discovery = discovery_,
+                                                       .notifyPath = options_.notifyPath,
+                                                       .diagnose = diagnostics_,
+                                                       .troubles = troubles_,
+                                                       .changed = [this](Link& link) { linkChanged(link); }} {
+}
 
 Radio::~Radio() {
     // Nothing is started any more while the parts go.
@@ -33,6 +41,8 @@ void Radio::diagnose(const char* call, const Reply& reply) {
     std::string line = std::string(call) + ": ";
     line += reply.errorText();
     diagnostics_(line);
+    // The adapter went off without a signal.
+    if (reply.is(errorNotReady)) lookAgainSoon();
 }
 
 const AdapterNode* Radio::adapter() const {
@@ -55,8 +65,9 @@ void Radio::publish() {
     if (now == CBManagerState::unknown || now == published_) return;
     const bool wasOn = published_ == CBManagerState::poweredOn;
     published_ = now;
-    if (wasOn) loseLinks();
     for (Central* central : centrals_) central->radioIs(now);
+    tellLossesNow();
+    if (wasOn) loseLinks();
     discovery_.useAdapter(now == CBManagerState::poweredOn ? adapter_ : std::string());
     updateDiscovery();
 }
@@ -90,8 +101,23 @@ void Radio::adaptersChanged() {
     publish();
 }
 
-void Radio::discoveringChanged(const AdapterNode& adapter) {
-    if (adapter.path == adapter_) discovery_.discoveringChanged(adapter.discovering);
+void Radio::tellLoss(std::function<void()> tell) {
+    if (published_ != CBManagerState::poweredOn) return tell();
+    losses_.push_back(std::move(tell));
+    if (!lossesDue_) lossesDue_ = loop_.after(lossesWait, [this] { tellLossesNow(); });
+}
+
+void Radio::tellLossesNow() {
+    lossesDue_.reset();
+    for (const auto& tell : std::exchange(losses_, {})) tell();
+}
+
+void Radio::lookAgainSoon() {
+    if (doubt_) return;
+    doubt_ = loop_.after(doubtDelay, [this] {
+        doubt_.reset();
+        service_.refresh();
+    });
 }
 
 void Radio::add(Central& central) {
@@ -128,6 +154,11 @@ void Radio::updateDiscovery() {
     const bool sought = std::any_of(links_.begin(), links_.end(),
                                     [](const auto& entry) { return entry.second->waitsForDevice(); });
     discovery_.want(scanners_ > 0 || sought);
+    if (!discovery_.isWanted()) {
+        patrol_.reset();
+    } else if (!patrol_) {
+        patrol_ = loop_.scheduleTimer(patrolInterval, [this] { service_.refresh(); });
+    }
 }
 
 void Radio::deviceAppeared(DeviceNode& device) {
@@ -137,6 +168,9 @@ void Radio::deviceAppeared(DeviceNode& device) {
 }
 
 void Radio::deviceChanged(DeviceNode& device, const ObjectTree::DeviceChange& change) {
+    // A device speaks on an adapter that was said to be off.
+    if (change.heard && state() == CBManagerState::poweredOff && device.adapterPath() == adapter_)
+        lookAgainSoon();
     if (change.renamed) device.toldAt = 0;
     if (change.heard || change.renamed || (change.connection && isHeldByOthers(device))) heard(device);
     if (!change.connection && !change.services) return;
@@ -159,13 +193,16 @@ void Radio::deviceVanished(const DeviceNode& device) {
     if (Link* link = findLink(device.path)) link->deviceVanished();
 }
 
-void Radio::valueChanged(std::string_view characteristic, Bytes value) {
-    if (GattSession* session = sessionOf(characteristic)) session->valueSignalled(characteristic, value);
+void Radio::unknownDeviceSignalled(std::string_view /*path*/) {
+    if (discovery_.isWanted()) lookAgainSoon();
 }
 
-void Radio::notifyingChanged(std::string_view characteristic, bool notifying) {
-    if (GattSession* session = sessionOf(characteristic))
-        session->notifyingChanged(characteristic, notifying);
+void Radio::attributesAdded(std::string_view device) {
+    if (Link* link = findLink(device)) link->attributesAdded();
+}
+
+void Radio::valueChanged(std::string_view characteristic, Bytes value) {
+    if (GattSession* session = sessionOf(characteristic)) session->valueSignalled(characteristic, value);
 }
 
 GattSession* Radio::sessionOf(std::string_view characteristic) {

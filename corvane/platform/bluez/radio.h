@@ -46,14 +46,20 @@ public:
     /// Null when there is none.
     Link* findLink(std::string_view device);
 
+    /// Tells the end of a link that nobody asked for: after the adapter's state event, where it was the
+    /// adapter that went. BlueZ reports the end of the links before it reports the adapter.
+    void tellLoss(std::function<void()> tell);
+    /// Tells what is held back for that. A new link of the same device is told later.
+    void tellLossesNow();
+
 private:
     void adaptersChanged() override;
-    void discoveringChanged(const AdapterNode& adapter) override;
     void deviceAppeared(DeviceNode& device) override;
     void deviceChanged(DeviceNode& device, const ObjectTree::DeviceChange& change) override;
     void deviceVanished(const DeviceNode& device) override;
+    void unknownDeviceSignalled(std::string_view path) override;
+    void attributesAdded(std::string_view device) override;
     void valueChanged(std::string_view characteristic, Bytes value) override;
-    void notifyingChanged(std::string_view characteristic, bool notifying) override;
 
     void airIsQuiet() override;
     void discoveryEnded() override;
@@ -61,6 +67,7 @@ private:
     void diagnose(const char* call, const Reply& reply) override;
 
     void serviceChanged();
+    void lookAgainSoon();
     void waitForRecovery();
     const AdapterNode* adapter() const;
     void publish();
@@ -76,6 +83,7 @@ private:
     const Diagnostics diagnostics_;
     BlueZService service_;
     Discovery discovery_;
+    std::map<std::string, unsigned, std::less<>> troubles_;
     const Link::Surroundings surroundings_;
     std::map<std::string, std::shared_ptr<Link>, std::less<>> links_;
     std::vector<Central*> centrals_;
@@ -83,6 +91,10 @@ private:
     CBManagerState published_ = CBManagerState::unknown;
     bool refused_ = false;
     std::unique_ptr<Timer> recovery_;  // Runs while the service is expected to come back.
+    std::unique_ptr<Timer> patrol_;    // Runs while devices are looked for.
+    std::unique_ptr<Timer> doubt_;     // Runs until everything is read again.
+    std::vector<std::function<void()>> losses_;
+    std::unique_ptr<Timer> lossesDue_;
     // Grows with each scan that begins; a device that everybody who scans has been told of keeps the count.
     std::uint64_t scans_ = 0;
     std::ptrdiff_t scanners_ = 0;
