@@ -17,9 +17,6 @@ using std::chrono::nanoseconds;
 /// What a line does, once nothing is wrong with it.
 using Action = std::function<void()>;
 
-/// Callbacks that cause callbacks use up the stack; no honest script goes this deep.
-constexpr int deepestCallback = 256;
-
 constexpr double longestAdvance = 1'000'000;
 
 /// Rounds the decimal that stands in the script, not the double next to it: 15 decimal digits survive the way
@@ -52,7 +49,6 @@ public:
 
     bool hasDriver() const { return device_ != nullptr; }
     bool stopped() const { return platform_.stopped(); }
-    bool wentTooDeep() const { return depth_ > deepestCallback; }
 
 private:
     void create(ScriptLine& line);
@@ -77,7 +73,6 @@ private:
     HeldActions held_;                                               // for the next line
     HeldActions applying_;                                           // of the line that is running
     std::size_t callbacks_ = 0;
-    int depth_ = 0;
 
     std::unique_ptr<HostDevice> device_;
 };
@@ -140,11 +135,9 @@ void Replay::called(const HostReport& report) {
     trace_.callback(report);
     const auto held = applying_.find(++callbacks_);
     if (held == applying_.end()) return;
-    if (++depth_ > deepestCallback) return platform_.stop();
     for (const Action& action : held->second) {
         if (!platform_.stopped()) action();
     }
-    if (!wentTooDeep()) --depth_;
 }
 
 Action Replay::readAction(const std::string& kind, ScriptLine& line) {
@@ -265,7 +258,6 @@ ReplayStatus run(std::istream& script, Replay& replay, std::size_t& number) {
         ++number;
         if (isSkipped(text)) continue;
         replay.apply(ScriptLine::parse(text));
-        if (replay.wentTooDeep()) throw ScriptError("callbacks are nested too deeply");
         if (replay.stopped()) return ReplayStatus::preconditionFailed;
     }
     if (script.bad()) throw ScriptError("the script cannot be read further");

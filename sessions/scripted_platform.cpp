@@ -127,16 +127,22 @@ std::size_t ScriptedPeripheral::characteristicCount(std::size_t service) const {
     return list ? list->size() : 0;
 }
 
+// Apart from the member that takes the list: seen together, GCC 14 holds that member to be uninitialised.
+static std::vector<ServiceRef> indexed(const std::vector<CBUUID>& services) {
+    std::vector<ServiceRef> list;
+    for (const CBUUID& uuid : services) {
+        auto service = std::make_shared<IndexedService>();
+        service->uuid = uuid;
+        service->index = list.size();
+        list.push_back(std::move(service));
+    }
+    return list;
+}
+
 void ScriptedPeripheral::servicesDiscovered(const std::optional<std::vector<CBUUID>>& services,
                                             const CBError* error) {
     services_.reset();
-    if (services) services_.emplace();
-    for (const CBUUID& uuid : services.value_or(std::vector<CBUUID>{})) {
-        auto service = std::make_shared<IndexedService>();
-        service->uuid = uuid;
-        service->index = services_->size();
-        services_->push_back(std::move(service));
-    }
+    if (services) services_ = indexed(*services);
     if (const auto delegate = delegate_.lock()) delegate->didDiscoverServices(shared_from_this(), error);
 }
 

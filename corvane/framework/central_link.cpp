@@ -1,6 +1,24 @@
 #include "corvane/framework/central_link.h"
 
 namespace corvane {
+namespace {
+
+/// Each startScan that runs inside another one takes a piece of the stack.
+constexpr int deepestScan = 32;
+
+/// Counts what runs inside one another, also where an application's exception ends it.
+class Nested {
+public:
+    explicit Nested(int& depth) : depth_(++depth) {}
+    ~Nested() { --depth_; }
+    Nested(const Nested&) = delete;
+    Nested& operator=(const Nested&) = delete;
+
+private:
+    int& depth_;
+};
+
+}  // namespace
 
 // The application may destroy the handle inside any call, so each operation holds the session while it runs.
 DeviceBase::DeviceBase(std::shared_ptr<CentralLink> session) : session_(std::move(session)) {
@@ -25,6 +43,8 @@ CBCentralManager& CentralLink::central() {
 }
 
 void CentralLink::startScan() {
+    const Nested running(scansRunning_);
+    if (scansRunning_ > deepestScan) return nestedTooDeeply();
     scanBegins();
     // The application may let go in a hook that reports, too.
     if (!owner_) return;
@@ -33,6 +53,14 @@ void CentralLink::startScan() {
     owner_->stateCentralManager(state);
     // The state may be another by now.
     if (owner_ && central().state() == CBManagerState::poweredOn) central().scanForPeripherals();
+}
+
+// The host's handler may call startScan, too: that one is dropped in silence.
+void CentralLink::nestedTooDeeply() {
+    if (scansRunning_ > deepestScan + 1) return;
+    (void)require(
+        false, "startScan was called from its own callbacks 32 deep; the driver scans by itself whenever the "
+               "adapter is on, and a new search can be posted to the main queue");
 }
 
 void CentralLink::stopScan() { central().stopScan(); }

@@ -128,12 +128,14 @@ private:
 
     CBCentralManager& central();
     void cancelStoredLink();
+    void nestedTooDeeply();
 
     const LinkProfile& profile_;
     Platform& platform_;
     DeviceBase* owner_ = nullptr;
     std::shared_ptr<CBCentralManager> centralManager_;
     std::unique_ptr<Timer> timer_;
+    int scansRunning_ = 0;  ///< Calls of `startScan` that have not returned, each inside the one before.
 };
 
 /// A session that keeps its last record and reports records to a `Device<Info>`.

@@ -72,6 +72,7 @@ class Session;
 /// The part of a driver that does not depend on what it measures. Everything is called on the platform's main
 /// queue, and callbacks come there. Inside any callback the application may replace or clear any callback,
 /// call any operation, or destroy the driver; nothing of the driver runs after its destructor has returned.
+/// `startScan` calls back, so a callback that always calls it would never end: that has a bound.
 class DeviceBase {
 public:
     /// Set the callbacks before `startScan`. An absent one is not called.
@@ -82,13 +83,18 @@ public:
 
     /// Begins the search: drops the link to a device that was found before, reports the adapter's state, and
     /// scans if the adapter is on. If it is not, the scan starts by itself once it is. There is no time
-    /// limit.
+    /// limit, and only the driver's destruction ends the search.
+    ///
+    /// Calls may be nested 32 deep, by a callback that this one calls. A deeper one does nothing and is a
+    /// failed precondition.
     void startScan();
 
-    /// Stops a scan that is going on. Reports nothing.
+    /// Stops a scan that is going on. Reports nothing. The search is not over: the driver scans again when
+    /// the adapter's state changes to on. Destroy the driver to end it.
     void stopScan();
 
-    /// Ends the link, if there is one; `stateConnection(disconnect)` follows once it has ended.
+    /// Ends the link or the attempt to connect, if there is one; `stateConnection(disconnect)` follows once
+    /// a link has ended. The search is not over, as with `stopScan`.
     void disconnect();
 
     DeviceBase(const DeviceBase&) = delete;

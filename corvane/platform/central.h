@@ -14,6 +14,8 @@
 //  central.
 //  * Operations on something that is gone (link lost, adapter off, list replaced) do nothing and are
 //  harmless.
+//  * An adapter that goes off tells its new state first, and then the end of each link that stood, once each:
+//  who hears of such an end and asks for the state is not told that the adapter is on.
 #pragma once
 
 #include <algorithm>
@@ -116,7 +118,8 @@ public:
 /// Receives what happens to the adapter and to links. Events come on the main queue.
 class CBCentralManagerDelegate {
 public:
-    /// The adapter's state is known for the first time, or has changed; ask `state()`.
+    /// The adapter's state is known for the first time, or has changed; ask `state()`. Links that ended with
+    /// the adapter are told after it.
     virtual void didUpdateState() = 0;
 
     /// Once per device and scan, and again when its name comes or changes during the scan.

@@ -17,10 +17,10 @@ NS_ASSUME_NONNULL_BEGIN
 @interface ThermometerReader : NSObject
 @property(weak, nonatomic, nullable) id<ThermometerReaderDelegate> delegate;
 
-/// Looks for the thermometer until it is found. The first call makes the system ask for permission.
+/// Looks for the thermometer until `stop`. The first call makes the system ask for permission.
 - (void)start;
 
-/// Stops looking, and ends the link.
+/// Stops looking and ends the link, for good. The delegate hears nothing more.
 - (void)stop;
 @end
 

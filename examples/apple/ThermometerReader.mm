@@ -3,12 +3,11 @@
 #include "corvane/corvane.h"
 
 @implementation ThermometerReader {
-    // A member: what it started ends with this object.
+    // Absent while nothing is looked for: only a driver's destruction ends its search.
     std::unique_ptr<corvane::TemperatureAOJ20ADevice> _thermometer;
 }
 
-- (instancetype)init {
-    if (!(self = [super init])) return nil;
+- (void)start {
     _thermometer = std::make_unique<corvane::TemperatureAOJ20ADevice>(/*autoResult=*/true);
     // Weakly, as this object holds the callbacks.
     __weak ThermometerReader* weakSelf = self;
@@ -25,16 +24,11 @@
                         [&](const std::string& text) { [weakSelf tell:@(text.c_str())]; },
                         [&] { [weakSelf tell:@"Press the button of the thermometer"]; });
         };
-    return self;
-}
-
-- (void)start {
     _thermometer->startScan();
 }
 
 - (void)stop {
-    _thermometer->stopScan();
-    _thermometer->disconnect();
+    _thermometer.reset();
 }
 
 - (void)adapterIs:(corvane::CBManagerState)state {

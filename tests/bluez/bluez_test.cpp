@@ -1,6 +1,8 @@
 // What BlueZ and its surroundings do, and what becomes of it in the application.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <array>
 
 #include "corvane/platform/bluez/device_identifier.h"
@@ -116,7 +118,9 @@ TEST(BlueZState, IsUnsupportedWithoutABusUntilThereIsOne) {
     for (int i = 0; i < 10; ++i) loop.step(0ns);
     EXPECT_EQ(reader.news(), "unknown unsupported");
     StandIn service(privateBus().address(), loop);
-    ASSERT_EQ(::symlink(privateBus().path().c_str(), path.c_str()), 0);
+    const std::string& bus = privateBus().address();
+    const std::size_t begin = bus.find('/');
+    ASSERT_EQ(::symlink(bus.substr(begin, bus.find(',') - begin).c_str(), path.c_str()), 0);
     loop.skip(1min);
     for (int i = 0; i < 1000 && !reader.hasHeard("poweredOn"); ++i) loop.step(10ms);
     EXPECT_EQ(reader.news(), "poweredOn");
@@ -201,6 +205,12 @@ const Trouble troubles[] = {
          service.leaveLinks();
          service.refusals["Connect"] = {{"org.bluez.Error.AlreadyConnected", "Already Connected"}};
      }},
+    {"TheLinkIsNotSignalled", [](StandIn& service) { service.habits.linksSilently = true; }},
+    {"ServicesAreExportedLate",
+     [](StandIn& service) {
+         service.habits.exportDelay = 300ms;
+         service.habits.cachesObjects = false;
+     }},
     {"StartNotifyIsInProgress",
      [](StandIn& service) { service.refusals["StartNotify"].assign(3, inProgress()); }},
     {"TheReplyToStartDiscoveryIsLost", [](StandIn& service) { service.lostReplies["StartDiscovery"] = 1; }},
@@ -237,6 +247,79 @@ TEST_P(BlueZTrouble, EndsInAReadingEachTime) {
 
 INSTANTIATE_TEST_SUITE_P(Each, BlueZTrouble, testing::ValuesIn(troubles),
                          [](const auto& trouble) { return std::string(trouble.param.name); });
+
+// What ends a link that does not get on. The driver is told, and begins again.
+
+struct Setback {
+    const char* name;
+    void (*make)(StandIn& service);
+    const char* line;
+    const char* heard;
+    BlueZNotifyPath notifyPath = BlueZNotifyPath::automatic;
+};
+
+const Setback setbacks[] = {
+    {"ServicesAreNotResolved", [](StandIn& service) { service.unresolvedLinks = 1; }, "no services",
+     "connect disconnect"},
+    {"TheServiceIsMissing",
+     [](StandIn& service) {
+         service.habits.cachesObjects = false;
+         service.habits.exportDelay = 20s;
+     },
+     "no wanted service", "connect disconnect"},
+    {"TheSubscriptionIsRefused",
+     [](StandIn& service) { service.refusals["StartNotify"] = {failed("Operation failed")}; },
+     "no subscription (Operation failed)", "connect loading disconnect"},
+    {"TheDeviceDemandsPairing",
+     [](StandIn& service) {
+         service.refusals["StartNotify"] = {{"org.bluez.Error.NotPermitted", "Not paired"}};
+     },
+     "the device demands pairing", "connect loading disconnect"},
+    {"TheSubscriptionIsNeverAnswered", [](StandIn& service) { service.lostCalls["StartNotify"] = 1; },
+     "no subscription (No answer from the service.)", "connect loading disconnect"},
+};
+
+class BlueZSetback : public testing::TestWithParam<Setback> {};
+
+TEST_P(BlueZSetback, IsToldAndTheNextLinkEndsInAReading) {
+    Ward ward({.notifyPath = GetParam().notifyPath});
+    std::string lines;
+    ward.air.platform.diagnostics = [&](std::string_view line) { lines += std::string(line) + '\n'; };
+    GetParam().make(ward.air.service);
+    ward.reader.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("disconnect"));
+    EXPECT_EQ(ward.reader.news(), "unknown poweredOn " + std::string(GetParam().heard));
+    EXPECT_NE(lines.find(TemperatureAOJ20ADevice::deviceName), std::string::npos) << lines;
+    EXPECT_NE(lines.find(GetParam().line), std::string::npos) << lines;
+    ward.air.service.habits = {};
+    EXPECT_EQ(ward.measure(), reading);
+    EXPECT_EQ(ward.leftovers(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, BlueZSetback, testing::ValuesIn(setbacks),
+                         [](const auto& setback) { return std::string(setback.param.name); });
+
+TEST(BlueZSetbacks, OfADeviceThatRefusesForGoodComeSlowerEachTime) {
+    Ward ward;
+    ward.air.service.refusals["StartNotify"].assign(10'000, failed("no"));
+    ward.reader.driver->stateConnection = [&](StateDeviceConnection state) {
+        if (state == StateDeviceConnection::disconnect) ward.reader.driver->startScan();
+    };
+    ward.reader.driver->startScan();
+    ward.air.runFor(1h);
+    EXPECT_GT(ward.air.service.calls["Connect"], 500) << "it is tried all the same";
+    EXPECT_LT(ward.air.service.calls["Connect"], 800) << "every five seconds at most";
+}
+
+TEST(BlueZState, IsToldBeforeTheEndOfTheLinksThatWentWithTheAdapter) {
+    Ward ward;
+    ward.reader.driver->startScan();
+    ASSERT_TRUE(ward.waitFor("36.6"));
+    ward.reader.news();
+    ward.air.service.setPowered(false);
+    ward.air.runFor(1s);
+    EXPECT_EQ(ward.reader.news(), "poweredOff disconnect");
+}
 
 // What the service says that is not what it seems.
 
@@ -374,8 +457,9 @@ TEST(BlueZLink, ThatIsAskedForWhileTheFormerEndsCanBeCancelled) {
         client->central->cancelPeripheralConnection(device);
         client->central->connect(device);
     };
-    ward.air.service.objects().set(ward.air.service.pathOf(*ward.thermometer),
-                                   Properties{{"Connected", false}, {"ServicesResolved", false}});
+    const std::string path = ward.air.service.pathOf(*ward.thermometer);
+    ward.air.service.objects().set(path, Properties{{"Connected", false}, {"ServicesResolved", false}});
+    ward.air.service.objects().setSilently(path, "Connected", true);
     ward.air.passOn();
     ward.thermometer->send();
     ward.air.runUntil([&] { return client->values == 2; });

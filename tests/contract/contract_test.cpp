@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "corvane/corvane.h"
+#include "corvane/platform/simulated/simulated_radio.h"
 
 namespace corvane {
 namespace {
@@ -215,6 +216,29 @@ TEST(Contract, LoadingStatesCompareAndMatchByCase) {
     EXPECT_EQ(states[0], Loading::success({.glucose = 7, .uuid = "U"}));
     EXPECT_NE(states[0], Loading::success({.glucose = 8, .uuid = "U"}));
     EXPECT_NE(states[1], Loading::error(""));
+}
+
+TEST(Contract, ScansNestToTheirBoundAndNoDeeper) {
+    SimulatedRadio radio;
+    TemperatureAOJ20ADevice thermometer(true, radio);
+    std::vector<std::string> violations;
+    radio.onPreconditionFailed = [&](std::string_view, std::string_view what) {
+        violations.emplace_back(what);
+        thermometer.startScan();  // which is too deep as well
+    };
+    int states = 0;
+    thermometer.stateCentralManager = [&](CBManagerState state) {
+        ++states;
+        if (state == CBManagerState::poweredOn) thermometer.startScan();
+    };
+    thermometer.startScan();
+    radio.runUntilIdle();
+    EXPECT_EQ(states, 1 + 32);  // the adapter's state is unknown at first
+    EXPECT_EQ(radio.operations(), 32u);
+    ASSERT_EQ(violations.size(), 1u);
+    EXPECT_NE(violations[0].find("posted to the main queue"), std::string::npos);
+    thermometer.startScan();
+    EXPECT_EQ(states, 1 + 2 * 32);
 }
 
 // Commands and flags that no exchange uses are part of what is known of a device; they stay on record.

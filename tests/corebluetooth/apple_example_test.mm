@@ -23,7 +23,7 @@ namespace {
 
 using namespace standin;
 
-TEST(AppleExample, ReadsAThermometer) {
+TEST(AppleExample, ReadsAThermometerAndStops) {
     const FreshAir air;
     radio::add(corvane::makeEmulator(corvane::TemperatureAOJ20ADevice::model, {}));
     ExampleListener* listener = [ExampleListener new];
@@ -31,11 +31,19 @@ TEST(AppleExample, ReadsAThermometer) {
     reader.delegate = listener;
     [reader start];
     mainLoop::runFor(std::chrono::seconds(6));
+    const std::vector<std::string> reading{"Waiting for Bluetooth", "Looking for the thermometer",
+                                           "Connected", "Press the button of the thermometer", "read"};
+    EXPECT_EQ(std::exchange(listener->_lines, {}), reading);
     [reader stop];
+    radio::setState(corvane::CBManagerState::poweredOff);
     mainLoop::runFor(std::chrono::seconds(60));
-    EXPECT_THAT(listener->_lines,
-                testing::ElementsAre("Waiting for Bluetooth", "Looking for the thermometer", "Connected",
-                                     "Press the button of the thermometer", "read", "Disconnected"));
+    radio::setState(corvane::CBManagerState::poweredOn);
+    mainLoop::runFor(std::chrono::seconds(60));
+    EXPECT_THAT(listener->_lines, testing::IsEmpty());
+    EXPECT_EQ(radio::scans() + radio::links(), 0u);
+    [reader start];
+    mainLoop::runFor(std::chrono::seconds(6));
+    EXPECT_EQ(listener->_lines, reading);
 }
 
 }  // namespace

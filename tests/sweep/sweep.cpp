@@ -17,19 +17,22 @@ enum class Action {
     cyclePower,
     replaceCallbacks,
     clearCallbacks,
-    callEverything
+    callEverything,
+    startScan
 };
 
 struct NamedAction {
     Action action;
     const char* name;
+    bool repeats = false;  ///< It is done at each moment from then on, be it a call that it causes itself.
 };
 constexpr NamedAction actions[] = {{Action::destroy, "destroy"},
                                    {Action::disconnect, "disconnect"},
                                    {Action::cyclePower, "cycle power"},
                                    {Action::replaceCallbacks, "replace callbacks"},
                                    {Action::clearCallbacks, "clear callbacks"},
-                                   {Action::callEverything, "call everything"}};
+                                   {Action::callEverything, "call everything"},
+                                   {Action::startScan, "start the scan", true}};
 
 /// When something is done: after so many steps of the queue, or inside the n-th call to the application, from
 /// 1. A call is a callback, a console line or a violation.
@@ -53,8 +56,9 @@ std::vector<std::size_t> numbersOfMoments(std::size_t first, std::size_t last) {
 /// One measurement, with one thing done to its driver on the way.
 class Play {
 public:
-    Play(const Subject& subject, const MakeSweepBackEnd& make, bool lateEvents, Moment moment, Action action)
-        : backEnd_(make()), moment_(moment), action_(action) {
+    Play(const Subject& subject, const MakeSweepBackEnd& make, bool lateEvents, Moment moment,
+         const NamedAction& action)
+        : backEnd_(make()), moment_(moment), action_(action.action), acts_(action.repeats ? 300 : 1) {
         if (lateEvents) late_ = std::make_unique<LateRadio>(backEnd_->platform());
         Platform& platform = late_ ? *late_ : backEnd_->platform();
         platform.logSink = [this](std::string_view) { heard(Heard::other); };
@@ -101,9 +105,13 @@ private:
     }
 
     void reached(Moment::Kind kind, std::size_t number) {
-        if (done || kind != moment_.kind || number != moment_.number) return;
-        done = true;
+        done |= kind == moment_.kind && number == moment_.number;
+        if (!done || acts_ == 0 || !driver_) return;
+        if (depth_ == deepest) return fail("the driver calls back without end");
+        --acts_;
+        ++depth_;
         act();
+        --depth_;
     }
 
     void act() {
@@ -124,6 +132,8 @@ private:
             return driver_->clearCallbacks();
         case Action::callEverything:
             return driver_->callEverything();
+        case Action::startScan:
+            return driver_->startScan();
         }
     }
 
@@ -152,6 +162,9 @@ private:
     std::unique_ptr<LateRadio> late_;
     const Moment moment_;
     const Action action_;
+    static constexpr int deepest = 40;
+    int acts_;  ///< That are left.
+    int depth_ = 0;
     std::unique_ptr<AnyDriver> driver_;
     int generation_ = 0;
     std::size_t powerOnAt_ = 0;
@@ -187,7 +200,7 @@ private:
     /// Up to the first record and a little beyond: how many steps and calls there are.
     std::pair<std::size_t, std::size_t> lengthOfMeasurement(bool lateEvents) {
         std::size_t beyond = 12;
-        Play play(subject_, make_, lateEvents, {}, Action::nothing);
+        Play play(subject_, make_, lateEvents, {}, {Action::nothing, "nothing"});
         play.run([&] { return play.records > 0 && beyond-- == 0; });
         EXPECT_GT(play.records, 0u) << "undisturbed, the driver gives no record";
         EXPECT_EQ(play.failure, "");
@@ -197,7 +210,7 @@ private:
     /// Whether the moment came.
     bool play(bool lateEvents, Moment moment, const NamedAction& action) {
         std::size_t beyond = 40;
-        Play play(subject_, make_, lateEvents, moment, action.action);
+        Play play(subject_, make_, lateEvents, moment, action);
         play.run([&] { return play.done && beyond-- == 0; });
         if (!play.failure.empty()) {
             ADD_FAILURE() << play.failure << ": " << action.name

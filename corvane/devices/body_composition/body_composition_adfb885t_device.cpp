@@ -139,9 +139,10 @@ private:
     }
 
     bool insert(std::size_t at) {
-        if (!require(line.size() <= holderLimit - holderSize, "more than 64 MiB of answer frames"))
-            return false;
-        holderSize += line.size();
+        constexpr std::size_t quotesAndSeparator = 4;
+        const std::size_t added = line.size() + quotesAndSeparator;
+        if (!require(added <= listLimit - listSize, "more than 64 KiB of answer frames")) return false;
+        listSize += added;
         bodyCompositionHolderDataSDIC.insert(at, 2, '"').insert(at + 1, line);
         return true;
     }
@@ -194,11 +195,13 @@ private:
         write(peripheral, characteristicReadWrite, analysisRequest);
     }
 
-    static constexpr std::size_t holderLimit = std::size_t{64} << 20;
+    // One analysis needs 78 characters. Each value that ends one is followed by the whole list on the
+    // console, so a list without a limit would let a stranger fill it.
+    static constexpr std::size_t listLimit = std::size_t{64} << 10;
 
     std::string bodyCompositionHolderDataSDIC;
-    std::size_t holderSize = 0;  // of all its texts, without the quotes
-    std::string line;            // what the console is shown; it keeps its room
+    std::size_t listSize = 0;  // of the list as the console shows it
+    std::string line;          // what the console is shown; it keeps its room
     bool isSetUserRequest = false;
     bool isSetUserReceive = false;
     [[maybe_unused]] bool isGetUserRequest = false;  // no exchange uses it, nor the next but one

@@ -28,8 +28,8 @@ bodyCompositionADFB885TDeviceHeader(std::string_view text) {
 
 /// The ADF-B885T body-composition scale. It needs the user's profile for its analysis. One driver object runs
 /// one analysis: make a new one for the next. `loading` is never reported; a failed measurement is the error
-/// "process error". Answer frames that are too short or come in the wrong order, and a profile value that
-/// does not fit its byte, are failed preconditions.
+/// "process error". Answer frames that are too short or come in the wrong order, answer frames that together
+/// make more than 64 KiB of text, and a profile value that does not fit its byte, are failed preconditions.
 class BodyCompositionADFB885TDevice final : public Device<BodyCompositionInfo> {
 public:
     static constexpr std::string_view deviceName = "SDIC";

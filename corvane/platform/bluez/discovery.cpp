@@ -36,6 +36,7 @@ Discovery::Pause Discovery::pause() {
 void Discovery::useAdapter(std::string path) {
     adapter_ = std::move(path);
     filterIsSet_ = false;
+    mayBeOn_ = false;
     filterCall_.reset();
     call_.reset();
     retry_.reset();
@@ -48,6 +49,7 @@ void Discovery::reconcile() {
     if (adapter_.empty()) return;
     const bool desired = wanted_ && !isPaused();
     if (state_ == State::on && !desired && !retry_) return stop();
+    if (state_ == State::off && !desired && mayBeOn_) return stop();
     if (state_ != State::off) return;
     if (!desired) {
         retry_.reset();
@@ -82,6 +84,7 @@ void Discovery::started(const Reply& reply) {
     observer_.diagnose("StartDiscovery", reply);
     if (reply.is(SD_BUS_ERROR_NO_REPLY)) return startUnanswered();
     state_ = State::off;
+    mayBeOn_ = isInProgress(reply);
     if (isRefusal(reply)) return observer_.discoveryRefused();
     retryLater();
     reconcile();
@@ -114,6 +117,8 @@ void Discovery::retryLater() {
 
 void Discovery::stop() {
     state_ = State::stopping;
+    mayBeOn_ = false;
+    retry_.reset();
     call_ = service_.call(
         service_.newCall(adapter_, adapterInterface, "StopDiscovery"),
         [this](const Reply& reply) { stopped(reply); }, std::chrono::seconds(5));

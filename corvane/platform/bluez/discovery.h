@@ -62,6 +62,7 @@ private:
     State state_ = State::off;
     bool wanted_ = false;
     std::weak_ptr<void> pause_;
+    bool mayBeOn_ = false;  // BlueZ says that it is in progress; only a stop makes sure that it is not.
     bool filterIsSet_ = false;
     Call filterCall_;
     Call call_;

@@ -20,7 +20,8 @@ constexpr StepLimit steps[] = {
     {"connection", std::chrono::seconds(60)},
     {"services", std::chrono::seconds(40)},
     {"wanted service", std::chrono::seconds(5)},
-    {"first value", std::chrono::seconds(5)},
+    {"complete list of characteristics", std::chrono::seconds(5)},
+    {"subscription", std::chrono::seconds(35)},
 };
 
 const StepLimit& limitOf(LinkStep step) { return steps[static_cast<std::size_t>(step)]; }
@@ -165,7 +166,6 @@ void Link::stands() {
     enter(Phase::up);
     failures_ = 0;
     step_ = LinkStep::services;
-    valuesFlow_ = false;
     const bool contradicted = node() && !node()->connected;
     around_.service.tree().deviceIsConnected(device_);
     Owner& owner = *this;
@@ -194,8 +194,7 @@ void Link::overdue() {
         return lookAgain([this] { tellServices(true); });
     default:
         return lookAgain([this] {
-            if (!valuesFlow_ && isOutdated())
-                giveUp(LinkStep::firstValue, "The device has more characteristics than were found.");
+            if (isOutdated()) giveUp(LinkStep::characteristics, "One of them was not signalled.");
         });
     }
 }
@@ -221,7 +220,7 @@ void Link::tellServices(bool last) {
 }
 
 void Link::characteristicsTold() {
-    if (phase_ == Phase::up && !valuesFlow_) expect(LinkStep::firstValue);
+    if (phase_ == Phase::up) expect(LinkStep::characteristics);
 }
 
 void Link::attributesAdded() {
@@ -233,7 +232,7 @@ void Link::attributesAdded() {
 void Link::attributesSettled() {
     settling_.reset();
     if (step_ == LinkStep::wantedService) return tellServices(false);
-    if (isOutdated()) giveUp(LinkStep::firstValue, "The device's characteristics came late.");
+    if (isOutdated()) giveUp(LinkStep::characteristics, "One of them came late.");
 }
 
 bool Link::isOutdated() const {
@@ -241,14 +240,10 @@ bool Link::isOutdated() const {
                        [](const auto& listener) { return listener->isOutdated(); });
 }
 
-void Link::valuesFlow() {
-    valuesFlow_ = true;
-    around_.troubles.erase(device_);
-    if (step_ == LinkStep::firstValue) timer_.reset();
-}
+void Link::valuesFlow() { around_.troubles.erase(device_); }
 
 void Link::subscriptionFailed(std::string_view reason) {
-    if (phase_ == Phase::up) giveUp(LinkStep::firstValue, std::string(reason));
+    if (phase_ == Phase::up) giveUp(LinkStep::subscription, std::string(reason));
 }
 
 // Those who have heard of the link hear of its end, and begin again: on a link that was made again behind

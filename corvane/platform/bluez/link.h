@@ -3,9 +3,9 @@
 // BlueZ's attempts to connect end by themselves, after 40 seconds or at once; a link's do not: they are made
 // again until the link stands or nobody wants it any more. A link that nobody wants is ended.
 //
-// A link sees to it that it gets on. Each step on the way to the first value (LinkStep) has a time limit, far
-// longer than a slow device needs. Past it the link reads the state of things again, since a signal may have
-// been left out; if that does not help, it ends the connection and says so to those who have heard of it.
+// A link sees to it that it gets on. Each step up to the subscription (LinkStep) has a time limit, far longer
+// than a slow device needs. Past it the link reads the state of things again, since a signal may have been
+// left out; if that does not help, it ends the connection, and those who have heard of it are told.
 #pragma once
 
 #include <chrono>
@@ -40,7 +40,7 @@ protected:
 };
 
 /// What a link waits for.
-enum class LinkStep { connection, services, wantedService, firstValue };
+enum class LinkStep { connection, services, wantedService, characteristics, subscription };
 
 class Link final : private GattSession::Owner, public std::enable_shared_from_this<Link> {
 public:
@@ -135,7 +135,6 @@ private:
     unsigned failures_ = 0;
     bool wasConnected_ = false;  // In this attempt, or when closing began.
     bool disconnectAnswered_ = false;
-    bool valuesFlow_ = false;
     std::optional<CBError> givenUp_;  // Why the link is being ended, where nobody asked for that.
 };
 

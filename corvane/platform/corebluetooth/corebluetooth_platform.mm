@@ -9,8 +9,10 @@
 #import <CoreBluetooth/CoreBluetooth.h>
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <utility>
@@ -92,6 +94,13 @@ void tell(const std::weak_ptr<Delegate>& delegate, Event event) noexcept {
 }
 
 void run(const std::function<void()>& task) noexcept { task(); }
+
+/// How long to wait before an attempt that the system gave up is made again.
+std::chrono::seconds pauseAfter(unsigned failures) {
+    constexpr std::chrono::seconds longest(60);
+    constexpr unsigned doublings = 6;
+    return std::min(longest, std::chrono::seconds(1 << std::min(failures - 1, doublings)));
+}
 
 struct Characteristic final : CBCharacteristic {
     ::CBCharacteristic* handle = nil;
@@ -188,7 +197,11 @@ public:
         linkEnded();
     }
 
-    void linkStands() { linked_ = true; }
+    void linkStands() {
+        linked_ = true;
+        failures = 0;
+        refused_.clear();
+    }
     /// This side has asked for its end, which the handle need not show at once.
     void linkIsLeaving() { leaving_ = linked_; }
     bool linkEnded() {
@@ -242,8 +255,19 @@ public:
         return nullptr;
     }
 
+    /// Whether it is the first time on this link: a driver that asks each second is refused each second.
+    bool isRefusedFirst(const std::string& step) { return refused_.insert(step).second; }
+
+    std::string refusal(const std::string& step, NSError* error) const {
+        const std::optional<CBError> reason = failure(error);
+        return '"' + name().value_or("-") + "\" (" + identifier_ + "): " + step + ": " +
+               (reason ? reason->localizedDescription : "refused without a reason");
+    }
+
     /// The driver wants a link and has none yet.
     bool attempting = false;
+    std::uint64_t attempts = 0;  ///< Of which a pause knows the one that it follows.
+    unsigned failures = 0;       ///< Of attempts since the last link.
 
     /// Whether the current scan has reported the device, and under which name.
     bool reported = false;
@@ -267,13 +291,15 @@ private:
     std::optional<std::vector<ServiceRef>> services_;
     // Every service that was listed on this link and not withdrawn, as older snapshots stay in use.
     std::vector<::CBService*> usable_;
+    std::set<std::string> refused_;  // steps, on this link
 };
 
 using KnownPeripheral = std::shared_ptr<Peripheral>;
 
 class Central final : public CBCentralManager, public std::enable_shared_from_this<Central> {
 public:
-    explicit Central(std::weak_ptr<CBCentralManagerDelegate> delegate) : delegate_(std::move(delegate)) {}
+    Central(const Platform& platform, std::weak_ptr<CBCentralManagerDelegate> delegate)
+        : platform_(platform), delegate_(std::move(delegate)) {}
 
     void open() {
         events_ = [[CRVNCentralEvents alloc] initWithCentral:weak_from_this()];
@@ -369,19 +395,34 @@ public:
         tell(delegate_, [&](CBCentralManagerDelegate& delegate) { delegate.didConnect(known); });
     }
 
-    /// The system gives up where we have promised to go on until cancelled. After a pause, as it may give up
-    /// at once.
-    void failedToConnect(::CBPeripheral* handle) {
+    /// The system gives up where we have promised to go on until cancelled. It may do so at once and every
+    /// time, as with a device that has forgotten its pairing, which only the user can mend.
+    void failedToConnect(::CBPeripheral* handle, NSError* error) {
         const KnownPeripheral known = find(handle);
         if (!known || !known->attempting) return;
+        const std::chrono::seconds pause = pauseAfter(++known->failures);
+        const std::uint64_t failed = known->attempts;
         const std::weak_ptr<Central> weak = weak_from_this();
-        dispatch_after(dispatch_time(DISPATCH_TIME_NOW, NSEC_PER_SEC), dispatch_get_main_queue(), ^{
-          if (const auto self = weak.lock()) self->attempt(*known);
-        });
+        dispatch_after(dispatch_time(DISPATCH_TIME_NOW, std::chrono::nanoseconds(pause).count()),
+                       dispatch_get_main_queue(), ^{
+                         const auto self = weak.lock();
+                         if (self && known->attempts == failed) self->attempt(*known);
+                       });
+        diagnose(known->refusal("connecting", error) + "; next attempt in " + std::to_string(pause.count()) +
+                 " s");
     }
 
+    void answered(::CBPeripheral* handle, const char* request, ::CBCharacteristic* of, NSError* error) {
+        const KnownPeripheral known = find(handle);
+        if (!known || !error) return;
+        const std::string step = request + (' ' + uuidOf(of).uuidString());
+        if (known->isRefusedFirst(step)) diagnose(known->refusal(step, error));
+    }
+
+    /// A link that ended with the adapter is told after the state, whose event is still on its way.
     void disconnected(::CBPeripheral* handle, NSError* error) {
-        if (const KnownPeripheral known = find(handle)) endLink(known, failure(error));
+        const KnownPeripheral known = find(handle);
+        if (known && isOn()) endLink(known, failure(error));
     }
 
     void endLink(const KnownPeripheral& known, const std::optional<CBError>& error) {
@@ -444,6 +485,7 @@ private:
         NSArray<NSUUID*>* identifiers = [NSArray arrayWithObject:peripheral.handle().identifier];
         ::CBPeripheral* current = [manager_ retrievePeripheralsWithIdentifiers:identifiers].firstObject;
         if (current && current != peripheral.handle()) peripheral.adopt(current, events_);
+        ++peripheral.attempts;
         [manager_ connectPeripheral:peripheral.handle() options:nil];
     }
 
@@ -487,6 +529,11 @@ private:
         tell(delegate_, [&](CBCentralManagerDelegate& delegate) { delegate.didDiscover(known); });
     }
 
+    void diagnose(const std::string& line) const noexcept {
+        if (platform_.diagnostics) platform_.diagnostics(line);
+    }
+
+    const Platform& platform_;
     const std::weak_ptr<CBCentralManagerDelegate> delegate_;
     CRVNCentralEvents* events_ = nil;
     ::CBCentralManager* manager_ = nil;
@@ -498,17 +545,17 @@ private:
     std::map<std::string, KnownPeripheral> peripherals_;  // by identifier
 };
 
-/// Links that end with the adapter come first. The system need not report them one by one, so we do. Every
-/// step takes hold of the central anew, as the one before may have let it go.
+/// Links that end with the adapter come after its state. The system need not report them one by one, so we
+/// do. Each step locks the central again, as the step before may have let it go.
 void stateChanged(const std::weak_ptr<Central> central) {
     std::vector<KnownPeripheral> unlinked;
     if (const auto alive = central.lock()) unlinked = alive->adapterChanged();
+    if (const auto alive = central.lock()) alive->reportState();
     for (const KnownPeripheral& peripheral : unlinked) {
         if (const auto alive = central.lock()) {
             alive->endLink(peripheral, CBError{"Bluetooth is not available."});
         }
     }
-    if (const auto alive = central.lock()) alive->reportState();
 }
 
 class MainTimer final : public Timer {
@@ -554,7 +601,7 @@ class CoreBluetoothPlatform final : public Platform {
 public:
     std::shared_ptr<CBCentralManager>
     makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate) override {
-        auto central = std::make_shared<Central>(std::move(delegate));
+        auto central = std::make_shared<Central>(*this, std::move(delegate));
         central->open();
         return central;
     }
@@ -597,7 +644,7 @@ std::unique_ptr<Platform> makeCoreBluetoothPlatform() { return std::make_unique<
 - (void)centralManager:(CBCentralManager*)manager
     didFailToConnectPeripheral:(CBPeripheral*)peripheral
                          error:(NSError*)error {
-    if (const auto central = _central.lock()) central->failedToConnect(peripheral);
+    if (const auto central = _central.lock()) central->failedToConnect(peripheral, error);
 }
 
 - (void)centralManager:(CBCentralManager*)manager
@@ -622,6 +669,22 @@ std::unique_ptr<Platform> makeCoreBluetoothPlatform() { return std::make_unique<
     didDiscoverCharacteristicsForService:(CBService*)service
                                    error:(NSError*)error {
     if (const auto central = _central.lock()) central->characteristicsFound(peripheral, service, error);
+}
+
+- (void)peripheral:(CBPeripheral*)peripheral
+    didUpdateNotificationStateForCharacteristic:(CBCharacteristic*)characteristic
+                                          error:(NSError*)error {
+    if (const auto central = _central.lock()) {
+        central->answered(peripheral, "subscribing to", characteristic, error);
+    }
+}
+
+- (void)peripheral:(CBPeripheral*)peripheral
+    didWriteValueForCharacteristic:(CBCharacteristic*)characteristic
+                             error:(NSError*)error {
+    if (const auto central = _central.lock()) {
+        central->answered(peripheral, "writing to", characteristic, error);
+    }
 }
 
 - (void)peripheral:(CBPeripheral*)peripheral

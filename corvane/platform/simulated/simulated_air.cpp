@@ -27,10 +27,9 @@ Air::~Air() = default;
 void Air::setState(CBManagerState state) {
     if (state == state_) return;
     state_ = state;
-    if (!isOn()) {
-        for (const auto& station : stations_) station->loseLink("the adapter is off");
-    }
     for (const auto& [number, central] : centrals) central->adapterChanged();
+    if (isOn()) return;
+    for (const auto& station : stations_) station->loseLink("the adapter is off");
 }
 
 Station& Air::station(const std::shared_ptr<PeripheralDevice>& device) {

@@ -39,7 +39,7 @@ void Central::connect(const PeripheralRef& peripheral) {
 void Central::cancelPeripheralConnection(const PeripheralRef& peripheral) {
     ++air_.operations;
     auto& known = static_cast<Peripheral&>(*peripheral);
-    if (known.isOf(*this)) known.cancel();
+    if (mayOperate() && known.isOf(*this)) known.cancel();
 }
 
 void Central::adapterChanged() {

@@ -31,7 +31,7 @@ struct SimulatedRadioOptions {
 ///
 /// It behaves as a system's Bluetooth service does: each step takes some milliseconds on the air, centrals
 /// share one adapter, and two that connect to one device share the link to it, each with its own
-/// subscriptions. When the adapter goes off every link ends, and its disconnect comes before the state event.
+/// subscriptions. When the adapter goes off every link ends, and its disconnect comes after the state event.
 ///
 ///     SimulatedRadio radio;
 ///     radio.add(std::make_shared<MyDevice>());

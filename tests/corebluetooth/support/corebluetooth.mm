@@ -100,7 +100,10 @@ struct Station : std::enable_shared_from_this<Station> {
     bool inReach = false;
     bool failsDiscovery = false;
     int failures = 0;
+    radio::Refusals refusals;
     std::shared_ptr<Link> link;
+
+    bool refusesLinks() const { return failures > 0 || refusals.connection; }
 
     /// As the system has it, which takes the bytes of an advert for text.
     NSString* name() const;
@@ -230,6 +233,12 @@ CBCharacteristic* find(CBPeripheral* peripheral, const corvane::CBUUID& uuid) {
 
 bool offers(CBPeripheral* peripheral, CBCharacteristic* characteristic) {
     return find(peripheral, characteristic->_uuid->_uuid) == characteristic;
+}
+
+/// What the system says to a request that needs one of the properties; nothing where it is not refused.
+std::optional<std::string> refusal(CBCharacteristic* characteristic, unsigned properties,
+                                   const std::optional<std::string>& chosen) {
+    return characteristic->_properties & properties ? chosen : "The request is not supported.";
 }
 
 /// The bytes of a characteristic's value have one place, where each value is written over the one before.
@@ -363,6 +372,7 @@ void loseLink(const Device& device) {
 }
 
 void failNextConnect(const Device& device) { ++stationOf(device)->failures; }
+Refusals& refusals(const Device& device) { return stationOf(device)->refusals; }
 void failDiscovery(const Device& device) { stationOf(device)->failsDiscovery = true; }
 std::string identifier(const Device& device) { return stationOf(device)->identifier; }
 
@@ -533,44 +543,58 @@ using namespace standin;
                                          error:fails ? error("Discovery failed.") : nil];
     }];
 }
-/// Runs what a request does to the device, in the order of the requests.
+/// Runs what a request does to the device, in the order of the requests, and then tells how it went. One that
+/// is refused does nothing.
 - (void)request:(const char*)command
              of:(CBCharacteristic*)characteristic
-            run:(std::function<void(Station&)>)act {
+        refusal:(std::optional<std::string>)refusal
+            run:(std::function<void(Station&)>)act
+         answer:(std::function<void(id<CBPeripheralDelegate>, NSError*)>)answer {
     if (![self accepts:command]) return;
     if (!offers(self, characteristic))
         return misuse(std::string(command) + " on a characteristic of the past");
     mainLoop::after(0ns, [=] {
-        if (self->_state == CBPeripheralStateConnected) act(*self->_station);
+        if (self->_state == CBPeripheralStateConnected && !refusal) act(*self->_station);
     });
+    [self later:^(id<CBPeripheralDelegate> delegate) {
+      answer(delegate, refusal ? error(*refusal) : nil);
+    }];
 }
 - (void)writeValue:(NSData*)data
     forCharacteristic:(CBCharacteristic*)characteristic
                  type:(CBCharacteristicWriteType)type {
     const bool answered = type == CBCharacteristicWriteWithResponse;
-    if (!(characteristic->_properties &
-          (answered ? corvane::gatt::write : corvane::gatt::writeWithoutResponse))) {
-        return;  // an error event that nobody listens to
-    }
     const auto* first = static_cast<const std::uint8_t*>(data.bytes);
     const std::vector<std::uint8_t> copy(first, first + data.length);
     [self request:"writeValue"
-               of:characteristic
-              run:[=](Station& station) {
-                  const auto held = station.device;
-                  held->written(characteristic->_uuid->_uuid, copy,
-                                static_cast<corvane::CBCharacteristicWriteType>(type));
-              }];
+        of:characteristic
+        refusal:refusal(characteristic, answered ? corvane::gatt::write : corvane::gatt::writeWithoutResponse,
+                        _station->refusals.write)
+        run:[=](Station& station) {
+            const auto held = station.device;
+            held->written(characteristic->_uuid->_uuid, copy,
+                          static_cast<corvane::CBCharacteristicWriteType>(type));
+        }
+        answer:[=](id<CBPeripheralDelegate> delegate, NSError* problem) {
+            if (answered)
+                [delegate peripheral:self didWriteValueForCharacteristic:characteristic error:problem];
+        }];
 }
 - (void)setNotifyValue:(BOOL)enabled forCharacteristic:(CBCharacteristic*)characteristic {
-    if (!(characteristic->_properties & (corvane::gatt::notify | corvane::gatt::indicate))) return;
     [self request:"setNotifyValue"
-               of:characteristic
-              run:[=](Station& station) {
-                  characteristic->_notifying = enabled;
-                  const auto held = station.device;
-                  held->subscribed(characteristic->_uuid->_uuid, enabled);
-              }];
+        of:characteristic
+        refusal:refusal(characteristic, corvane::gatt::notify | corvane::gatt::indicate,
+                        _station->refusals.subscription)
+        run:[=](Station& station) {
+            characteristic->_notifying = enabled;
+            const auto held = station.device;
+            held->subscribed(characteristic->_uuid->_uuid, enabled);
+        }
+        answer:[=](id<CBPeripheralDelegate> delegate, NSError* problem) {
+            [delegate peripheral:self
+                didUpdateNotificationStateForCharacteristic:characteristic
+                                                      error:problem];
+        }];
 }
 @end
 
@@ -706,16 +730,18 @@ using namespace standin;
 /// An attempt never times out by itself: it waits for the device to come into reach.
 - (void)tryToLink:(CBPeripheral*)peripheral {
     if (![self canLink:peripheral]) return;
-    const bool early = theRadio().behaviour.deliversLate && peripheral->_station->failures == 0;
+    const bool early = theRadio().behaviour.deliversLate && !peripheral->_station->refusesLinks();
     if (early) [self link:peripheral];
     __weak CBPeripheral* weakPeripheral = peripheral;  // nobody but the application keeps it
     [self later:^(id<CBCentralManagerDelegate> delegate) {
       CBPeripheral* alive = weakPeripheral;
       if (!alive || (!early && ![self canLink:alive])) return;
-      if (!early && alive->_station->failures > 0) {
-          --alive->_station->failures;
+      Station& station = *alive->_station;
+      if (!early && station.refusesLinks()) {
+          const std::string text = station.refusals.connection.value_or("Connecting failed.");
+          station.failures -= station.failures > 0;
           alive->_state = CBPeripheralStateDisconnected;
-          [delegate centralManager:self didFailToConnectPeripheral:alive error:error("Connecting failed.")];
+          [delegate centralManager:self didFailToConnectPeripheral:alive error:error(text)];
           return;
       }
       if (!early) [self link:alive];

@@ -49,6 +49,12 @@ void loseLink(const Device& device);
 void failNextConnect(const Device& device);
 std::string identifier(const Device& device);
 
+/// What the system says each time to an attempt to connect, a subscription, a write; absent, none is refused.
+struct Refusals {
+    std::optional<std::string> connection, subscription, write;
+};
+Refusals& refusals(const Device& device);
+
 /// The device's name has changed, as its adverts show.
 void nameChanged(const Device& device);
 /// Instead of the device's own name: bytes that need be no valid UTF-8, or no name at all.

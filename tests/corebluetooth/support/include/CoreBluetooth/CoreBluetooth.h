@@ -58,6 +58,12 @@ typedef NS_ENUM(NSInteger, CBCharacteristicWriteType) {
     didDiscoverCharacteristicsForService:(CBService*)service
                                    error:(nullable NSError*)error;
 - (void)peripheral:(CBPeripheral*)peripheral
+    didUpdateNotificationStateForCharacteristic:(CBCharacteristic*)characteristic
+                                          error:(nullable NSError*)error;
+- (void)peripheral:(CBPeripheral*)peripheral
+    didWriteValueForCharacteristic:(CBCharacteristic*)characteristic
+                             error:(nullable NSError*)error;
+- (void)peripheral:(CBPeripheral*)peripheral
     didUpdateValueForCharacteristic:(CBCharacteristic*)characteristic
                               error:(nullable NSError*)error;
 @end
