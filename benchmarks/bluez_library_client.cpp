@@ -65,7 +65,7 @@ Result runLibraryClient(const Task& task) {
     const auto client = std::make_shared<LibraryClient>(task);
     BlueZPlatform platform(
         {.busAddress = task.busAddress,
-         .notifyPath = task.bySocket ? BlueZNotifyPath::socket : BlueZNotifyPath::signals});
+         .notifyPath = task.bySocket ? BlueZNotifyPath::socket : BlueZNotifyPath::busSignals});
     const auto central = platform.makeCentralManager(client);
     client->begin(central, client);
     platform.runUntil([&] { return client->result().done; }, std::chrono::minutes(1));

@@ -34,7 +34,7 @@ bool check(const char* name, BlueZNotifyPath notifyPath, const StandInHabits& ha
 
 const bool registered = check("BlueZ", BlueZNotifyPath::automatic) &&
                         check("BlueZBySocket", BlueZNotifyPath::socket, {.keepsEarlyValuesOnSocket = true}) &&
-                        check("BlueZWithOtherHabits", BlueZNotifyPath::signals,
+                        check("BlueZWithOtherHabits", BlueZNotifyPath::busSignals,
                               {.cachesObjects = false,
                                .resolvesBeforeReply = true,
                                .disconnectTime = std::chrono::milliseconds(30)});

@@ -20,6 +20,9 @@ using Words = std::vector<std::string>;
 
 constexpr CBUUID notifying{"fff1"}, indicating{"fff2"}, writable{"fff3"}, readable{"fff4"};
 
+constexpr CBUUID longServices[] = {CBUUID("6e400001-b5a3-f393-e0a9-e50e24dcca9e"),
+                                   CBUUID("6e400002-b5a3-f393-e0a9-e50e24dcca9e")};
+
 /// Notes what it hears.
 class Probe final : public PeripheralDevice {
 public:
@@ -29,6 +32,8 @@ public:
                  {{notifying, gatt::notify},
                   {indicating, gatt::indicate},
                   {writable, gatt::write | gatt::writeWithoutResponse}}},
+                {longServices[0], {}},
+                {longServices[1], {}},
                 {CBUUID("fee0"), {{readable, gatt::read | gatt::notify}}}};
     }
     void connected(PeripheralHost& newHost) override {
@@ -165,6 +170,15 @@ Words descriptionOf(const PeripheralSide& side) {
     return lines;
 }
 
+// In an advert's 31 bytes there is room for one UUID of 128 bits.
+Words advertisedOf(const PeripheralDevice& device) {
+    Words uuids;
+    for (const GattService& service : device.services()) {
+        if (service.uuid != longServices[1]) uuids.push_back(service.uuid.uuidString());
+    }
+    return uuids;
+}
+
 TEST_F(BlueZPeripheralTest, OffersWhatTheDeviceOffersAndTakesItBack) {
     std::vector<std::shared_ptr<PeripheralDevice>> devices = {device};
     for (const Model* model : models()) devices.push_back(makeEmulator(*model, {}));
@@ -172,6 +186,7 @@ TEST_F(BlueZPeripheralTest, OffersWhatTheDeviceOffersAndTakesItBack) {
         start(of);
         ASSERT_TRUE(reaches(State::advertising)) << of->name();
         EXPECT_EQ(side.advertised, of->name());
+        EXPECT_EQ(side.advertisedServices, advertisedOf(*of)) << of->name();
         EXPECT_EQ(service.alias(), of->name());
         EXPECT_EQ(descriptionOf(side), descriptionOf(*of)) << of->name();
         side.link();

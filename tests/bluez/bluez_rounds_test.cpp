@@ -110,7 +110,7 @@ TEST_P(BlueZRounds, EachEndsInTheRightStateAndLeavesNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, BlueZRounds,
-                         testing::Values(BlueZNotifyPath::signals, BlueZNotifyPath::socket),
+                         testing::Values(BlueZNotifyPath::busSignals, BlueZNotifyPath::socket),
                          [](const auto& path) {
                              return path.param == BlueZNotifyPath::socket ? "BySocket" : "BySignals";
                          });

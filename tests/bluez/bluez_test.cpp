@@ -552,9 +552,9 @@ TEST(BlueZLink, ToldOfItsLossGivesTheReasonThatStillHolds) {
         const char* reason;
     } cases[] = {
         {BlueZNotifyPath::socket, "AcquireNotify", inProgress(), 1, "The link to the device was lost."},
-        {BlueZNotifyPath::signals, "StartNotify", inProgress(), 1, "The link to the device was lost."},
-        {BlueZNotifyPath::signals, "StartNotify", inProgress(), 100, "In Progress"},
-        {BlueZNotifyPath::signals, "StartNotify", failed("Insufficient"), 1, "Insufficient"},
+        {BlueZNotifyPath::busSignals, "StartNotify", inProgress(), 1, "The link to the device was lost."},
+        {BlueZNotifyPath::busSignals, "StartNotify", inProgress(), 100, "In Progress"},
+        {BlueZNotifyPath::busSignals, "StartNotify", failed("Insufficient"), 1, "Insufficient"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.reason);

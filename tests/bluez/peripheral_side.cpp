@@ -1,5 +1,7 @@
 #include "tests/bluez/peripheral_side.h"
 
+#include <set>
+
 #include "corvane/framework/hexadecimal_text.h"
 #include "corvane/platform/bluez/property_reader.h"
 
@@ -17,21 +19,37 @@ const Refusal doesNotExist{"org.bluez.Error.DoesNotExist", "Does Not Exist"};
 /// The properties of one object, as far as they matter here.
 struct Facts {
     std::string uuid, service, name;
-    std::vector<std::string> flags;
+    std::vector<std::string> flags, services;
 
     bool read(sd_bus_message* message) {
         return readEntries(message, 's', "v", [&](std::string_view property) {
             if (property == "UUID") return readText(message, "s", uuid);
             if (property == "Service") return readText(message, "o", service);
             if (property == "LocalName") return readText(message, "s", name);
-            if (property != "Flags") return sd_bus_message_skip(message, "v") >= 0;
-            return sd_bus_message_enter_container(message, 'v', "as") > 0 &&
-                   readTexts(message, [&](std::string_view flag) { flags.emplace_back(flag); }) &&
-                   sd_bus_message_exit_container(message) >= 0;
+            if (property == "Flags") return readList(message, flags);
+            if (property == "ServiceUUIDs") return readList(message, services);
+            return sd_bus_message_skip(message, "v") >= 0;
         });
     }
 
+    /// Flags and services, as they go on the air.
+    std::size_t advertSize() const {
+        std::size_t size = 3;
+        std::set<bool> lengths;
+        for (const std::string& uuid : services) {
+            const bool isShort = uuid.starts_with("0000") && uuid.ends_with("-0000-1000-8000-00805F9B34FB");
+            size += isShort ? 2 : 16;
+            lengths.insert(isShort);
+        }
+        return size + 2 * lengths.size();
+    }
+
 private:
+    static bool readList(sd_bus_message* message, std::vector<std::string>& to) {
+        return sd_bus_message_enter_container(message, 'v', "as") > 0 &&
+               readTexts(message, [&](std::string_view text) { to.emplace_back(text); }) &&
+               sd_bus_message_exit_container(message) >= 0;
+    }
     static bool readText(sd_bus_message* message, const char* type, std::string& to) {
         const char* text = nullptr;
         if (sd_bus_message_read(message, "v", type, &text) <= 0) return false;
@@ -122,7 +140,10 @@ void PeripheralSide::registerAdvertisement(const IncomingCall& call) {
         Facts facts;
         if (reply.failed() || !facts.read(reply.message()))
             return service_.answer(call, {"org.bluez.Error.Failed", "Failed to parse advertisement."});
+        if (facts.advertSize() > 31)
+            return service_.answer(call, {"org.bluez.Error.InvalidLength", "Advertising data too long"});
         advertised = facts.name;
+        advertisedServices = facts.services;
         if (whenAdvertised) whenAdvertised();
         service_.answer(call);
     });

@@ -25,6 +25,7 @@ public:
     std::vector<std::string> handles;
     /// The advertised name; empty while nothing is advertised.
     std::string advertised;
+    std::vector<std::string> advertisedServices;
     /// What was notified, by the characteristic's UUID, in order: "1:0102".
     std::vector<std::string> values;
 

@@ -99,6 +99,16 @@ TEST(BlueZMeasure, InterruptedItLeavesNothingAtTheService) {
     runUntil([&] { return machine.service.notifySessions() > 0; });
 }
 
+// The example, in which the host owns the loop.
+TEST(HostLoop, ReadsADeviceAndLeavesNothing) {
+    BlueZMachine machine;
+    addEmulator(machine, TemperatureAOJ20ADevice::model);
+    const Ran ran = machine.run("mkfifo user; " HOST_LOOP " <> user");
+    EXPECT_EQ(ran.status, 0) << ran.err;
+    EXPECT_THAT(ran.out, testing::ContainsRegex("[0-9][0-9]\\.[0-9] degrees\n$"));
+    EXPECT_EQ(machine.leftovers(), "");
+}
+
 TEST(Emulate, PutsTheDeviceOnTheAirUntilItIsInterrupted) {
     BlueZMachine machine;
     bluez::PeripheralSide side(machine.service);
@@ -126,7 +136,9 @@ TEST(Emulate, PutsTheDeviceOnTheAirUntilItIsInterrupted) {
     EXPECT_THAT(ran.err, testing::ContainsRegex("registering on hci0\n"
                                                 "advertising \"AOJ-20A\" on hci0\n"
                                                 "linked\n"));
-    EXPECT_EQ(linesOf(ran.err).back(), "withdrawn");
+    const std::vector<std::string> lines = linesOf(ran.err);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "linked"), 1);
+    EXPECT_EQ(lines.back(), "withdrawn");
     EXPECT_TRUE(machine.waitFor([&] { return side.isEmpty() && machine.service.alias() == "stand-in"; }));
     EXPECT_EQ(machine.service.calls["Disconnect"], 1);
 }
@@ -198,11 +210,19 @@ TEST(Doctor, FindsWhatIsMissingAndSaysWhatHelps) {
     EXPECT_THAT(busless.out, StartsWith("missing  system bus: "));
 
     BlueZMachine machine;
-    for (const std::string arguments : {"none", "none --adapter hci0"}) {
-        const Ran well = machine.run(doctor + arguments);
-        EXPECT_EQ(well.status, 0);
-        EXPECT_EQ(well.out, "ok       system bus\nok       service org.bluez\nok       permission\n"
-                            "ok       radio switch\nok       adapter\nok       power\n");
+    for (const char* paired : {"no device", "AOJ-20A"}) {
+        for (const std::string arguments : {"none", "none --adapter hci0"}) {
+            const Ran well = machine.run(doctor + arguments);
+            EXPECT_EQ(well.status, 0);
+            EXPECT_THAT(well.out, StartsWith("ok       system bus\nok       service org.bluez\n"
+                                             "ok       permission\nok       radio switch\n"
+                                             "ok       adapter\nok       power\n"
+                                             "note     paired with " +
+                                             std::string(paired) + '\n'));
+            EXPECT_THAT(linesOf(well.out).back(), HasSubstr("bluetoothctl pair"));
+        }
+        machine.service.objects().add("/org/bluez/hci0/dev_AA", "org.bluez.Device1",
+                                      {{"Alias", std::string("AOJ-20A")}, {"Paired", true}});
     }
 }
 

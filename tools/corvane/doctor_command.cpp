@@ -8,8 +8,10 @@
 #include <optional>
 #include <vector>
 
+#include "corvane/platform/bluez/bluez_names.h"
 #include "corvane/platform/bluez/bus.h"
 #include "corvane/platform/bluez/object_tree.h"
+#include "corvane/platform/bluez/property_reader.h"
 #include "corvane/platform/platform.h"
 #include "data_output.h"
 
@@ -79,6 +81,10 @@ public:
             out.line("         " + diagnosis->remedy);
             return ExitStatus::noRadio;
         }
+        out.line("note     paired with " + printable(pairedDevices()));
+        out.line(
+            "         A device that demands pairing refuses everything until it is paired. Pair it once: "
+            "bluetoothctl pair ADDRESS.");
         return ExitStatus::done;
     }
 
@@ -111,7 +117,10 @@ private:
         sd_bus_message* reply = nullptr;
         const bool answered =
             ask("org.bluez", "/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", &reply);
-        if (answered) tree_.load(reply);
+        if (answered) {
+            tree_.load(reply);
+            readPairedDevices(reply);
+        }
         sd_bus_message_unref(reply);
         if (answered) return {};
         if (denied_)
@@ -158,6 +167,28 @@ private:
                        "AutoEnable=true in /etc/bluetooth/main.conf."};
     }
 
+    void readPairedDevices(sd_bus_message* objects) {
+        sd_bus_message_rewind(objects, 1);
+        bluez::readEntries(objects, 'o', "a{sa{sv}}", [&](std::string_view) {
+            return bluez::readEntries(objects, 's', "a{sv}", [&](std::string_view interface) {
+                std::optional<std::string_view> alias;
+                std::optional<bool> paired;
+                const bool read = bluez::readProperties(objects, [&](bluez::PropertyReader& property) {
+                    return property.read("Alias", alias) || property.read("Paired", paired);
+                });
+                if (interface == bluez::deviceInterface && paired.value_or(false))
+                    paired_.emplace_back(alias.value_or("a device without a name"));
+                return read;
+            });
+        });
+    }
+
+    std::string pairedDevices() const {
+        std::string names;
+        for (const std::string& name : paired_) names += (names.empty() ? "" : ", ") + name;
+        return names.empty() ? "no device" : names;
+    }
+
     /// Blocks.
     bool ask(const char* service, const char* path, const char* interface, const char* method,
              sd_bus_message** reply, const char* argument = nullptr) {
@@ -187,6 +218,7 @@ private:
     std::shared_ptr<bluez::Bus> bus_;
     NoObserver nobody_;
     bluez::ObjectTree tree_{nobody_};
+    std::vector<std::string> paired_;  // What the user calls them.
     // Of the last call.
     std::string error_;
     bool denied_ = false;

@@ -12,12 +12,13 @@ namespace corvane::tool {
 ExitStatus emulate(const EmulateOptions& options) {
     using State = BlueZPeripheral::State;
     Console console;
-    const Interruption interruption;
     const auto tell = [&console](std::string_view line) { console.message(line); };
 
     std::shared_ptr<Emulator> device =
         makeEmulator(*options.model, {.seed = options.seed, .fault = options.fault, .onEvent = tell});
     BlueZPeripheral peripheral(device, {.adapter = options.adapter, .busAddress = {}, .onChange = tell});
+
+    const Interruption interruption([&peripheral] { peripheral.wake(); });
 
     // Whoever waits for the service or the adapter can be helped; whoever is refused cannot.
     const auto ended = [&] { return interruption.requested() || peripheral.state() == State::refused; };

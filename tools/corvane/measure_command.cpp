@@ -137,9 +137,9 @@ private:
     }
 
     const MeasureOptions& options_;
-    const Interruption interruption_;
     Console console_;
     std::unique_ptr<HostPlatform> host_;
+    const Interruption interruption_{[this] { host_->wake(); }};
     SessionFile script_;
     SessionFile trace_;
     MeasureReport report_;

@@ -35,7 +35,7 @@ private:
 #ifdef CORVANE_TOOL_HAS_BLUEZ
 BlueZNotifyPath notifyPath(std::string_view name) {
     if (name == "socket") return BlueZNotifyPath::socket;
-    if (name == "signals") return BlueZNotifyPath::signals;
+    if (name == "signals") return BlueZNotifyPath::busSignals;
     return BlueZNotifyPath::automatic;
 }
 
@@ -53,6 +53,8 @@ public:
     bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) override {
         return platform_.runUntil(done, limit);
     }
+
+    void wake() noexcept override { platform_.wake(); }
 
     const char* helpWithRadio() const override { return doctorsHint; }
 

@@ -46,8 +46,11 @@ public:
     virtual void place(const Model& /*model*/) {}
 
     /// Runs the queue until `done`, or until that much of the platform's time has passed; returns whether it
-    /// was done. `done` is asked after whatever happens, a signal included.
+    /// was done. `done` is asked after whatever happens.
     virtual bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) = 0;
+
+    /// Has `done` asked again where nothing else would for long. For signal handlers.
+    virtual void wake() noexcept {}
 };
 
 /// The platform of that name; "auto" is the first real one that has an adapter. Where there is none, or the

@@ -37,6 +37,7 @@ public:
           service_(
               options_.busAddress, loop_, *this, [this] { presenceChanged(); },
               [this](std::string_view line) { tell(line); }) {
+        loop_.diagnostics = [this](std::string_view line) { tell(line); };
         service_.open();
         presenceChanged();
     }
@@ -241,7 +242,7 @@ void BlueZPeripheral::Registration::linkChanged(const DeviceNode& device) {
     }
     if (state_ != State::advertising) return;
     central_ = device.path;
-    change(State::linked, "linked");
+    state_ = State::linked;
     device_->connected(*this);
     for (const CBUUID& characteristic : objects_->subscriptions()) subscribed(characteristic, true);
 }
@@ -259,7 +260,7 @@ void BlueZPeripheral::Registration::linkEnded() {
     tasks_.clear();
     if (objects_) objects_->dropSubscriptions();
     if (state_ != State::linked) return;
-    change(State::advertising, "the link has ended");
+    state_ = State::advertising;
     device_->disconnected();
 }
 
@@ -311,6 +312,8 @@ BlueZPeripheral::BlueZPeripheral(std::shared_ptr<PeripheralDevice> device, BlueZ
 BlueZPeripheral::~BlueZPeripheral() = default;
 
 BlueZPeripheral::State BlueZPeripheral::state() const { return registration_->state(); }
+
+void BlueZPeripheral::wake() noexcept { registration_->loop().wake(); }
 
 bool BlueZPeripheral::runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) {
     return registration_->loop().runUntil(done, limit);

@@ -15,9 +15,9 @@ struct BlueZPeripheralOptions {
     std::string adapter = "hci0";
     /// A D-Bus address. Empty: the system bus.
     std::string busAddress;
-    /// Told, a line each, how the registration and the link stand. May be absent. Must not throw, nor let the
-    /// peripheral go. The texts can hold what another process sends: use `printable` before they reach a
-    /// terminal.
+    /// Told, a line each, how the registration stands; of its links the device hears itself. May be absent.
+    /// Must not throw, nor let the peripheral go. The texts can hold what another process sends: use
+    /// `printable` before they reach a terminal.
     std::function<void(std::string_view line)> onChange;
 };
 
@@ -44,6 +44,10 @@ public:
     BlueZPeripheral& operator=(const BlueZPeripheral&) = delete;
 
     State state() const;
+
+    /// Has `runUntil` ask `done` again. Any thread and any signal handler may call it while the peripheral
+    /// lives: it takes no lock and allocates nothing.
+    void wake() noexcept;
 
     /// Runs until `done` returns true or the time is over, and returns what `done` returned last. `done` is
     /// asked before each wait. Not to be called from inside itself. `std::chrono::nanoseconds::max()` is for

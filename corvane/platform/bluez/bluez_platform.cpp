@@ -2,6 +2,8 @@
 
 #include <poll.h>
 
+#include <atomic>
+
 #include "corvane/platform/bluez/central.h"
 #include "corvane/platform/bluez/event_loop.h"
 #include "corvane/platform/bluez/radio.h"
@@ -11,14 +13,16 @@ namespace corvane {
 struct BlueZPlatform::Parts {
     bluez::EventLoop loop;
     std::shared_ptr<bluez::Radio> radio;
-    bool stopped = false;
+    std::atomic<bool> stopAsked = false;
+    static_assert(std::atomic<bool>::is_always_lock_free);
 };
 
 BlueZPlatform::BlueZPlatform(BlueZOptions options) : parts_(std::make_unique<Parts>()) {
-    parts_->radio =
-        std::make_shared<bluez::Radio>(std::move(options), parts_->loop, [this](std::string_view line) {
-            if (diagnostics) diagnostics(line);
-        });
+    const auto tell = [this](std::string_view line) {
+        if (diagnostics) diagnostics(line);
+    };
+    parts_->loop.diagnostics = tell;
+    parts_->radio = std::make_shared<bluez::Radio>(std::move(options), parts_->loop, tell);
 }
 
 BlueZPlatform::~BlueZPlatform() { parts_->loop.discardTasks(); }
@@ -31,10 +35,15 @@ BlueZPlatform::makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delega
 MainQueue& BlueZPlatform::mainQueue() { return parts_->loop; }
 
 void BlueZPlatform::run() {
-    for (parts_->stopped = false; !parts_->stopped;) parts_->loop.step();
+    while (!parts_->stopAsked.exchange(false)) parts_->loop.step();
 }
 
-void BlueZPlatform::stop() { parts_->stopped = true; }
+void BlueZPlatform::stop() noexcept {
+    parts_->stopAsked = true;
+    wake();
+}
+
+void BlueZPlatform::wake() noexcept { parts_->loop.wake(); }
 
 bool BlueZPlatform::runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit) {
     return parts_->loop.runUntil(done, limit);

@@ -14,14 +14,14 @@ namespace corvane {
 
 /// The way on which notified values come from bluetoothd.
 enum class BlueZNotifyPath {
-    /// `signals`: on the socket's way bluetoothd drops what a device notifies between the moment it is
+    /// `busSignals`: on the socket's way bluetoothd drops what a device notifies between the moment it is
     /// subscribed to and the moment it says so, and some devices send their only reading there.
     automatic,
     /// A socket of its own for each characteristic, which costs a third of the processor time; where it is
     /// refused, signals.
     socket,
-    /// A bus message for each value.
-    signals,
+    /// A bus message for each value. (Qt's headers make a macro of the plain word "signals".)
+    busSignals,
 };
 
 struct BlueZOptions {
@@ -36,8 +36,8 @@ struct BlueZOptions {
 /// must not be called from inside each other. What is called from there must not throw.
 ///
 /// A host with a loop of its own waits until `descriptor` is ready for `events`, or `timeout` is over, and
-/// calls `process`; it asks for `timeout` anew before each wait. With nothing to do there is no timeout and
-/// no wake-up.
+/// calls `process`; it asks for `timeout`, and then for `descriptor`, before each wait. With nothing to do
+/// there is no timeout and no wake-up.
 ///
 /// Identifiers are made from a device's address. A device that uses private addresses has another identifier
 /// after it has changed its address.
@@ -56,12 +56,17 @@ public:
 
     /// Runs until `stop`.
     void run();
-    /// Ends the `run` that is running.
-    void stop();
+    /// Ends `run`; where none is running, the next one, as soon as it begins. Any thread and any signal
+    /// handler may call it while the platform lives: it takes no lock and allocates nothing.
+    void stop() noexcept;
+    /// Has `runUntil` ask `done` again, or the host's own wait end. From wherever `stop` may be called.
+    void wake() noexcept;
     /// Runs until `done` returns true or the time is over, and returns what `done` returned last. `done` is
     /// asked before each wait. `std::chrono::nanoseconds::max()` is for ever.
     bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds limit);
 
+    /// -1 while the process has no descriptor left to give, which poll(2) passes over: `diagnostics` is told,
+    /// `timeout` is a second at most, and `process` asks for one again.
     int descriptor() const;
     /// For poll(2); does not change.
     short events() const;

@@ -43,6 +43,28 @@ int appendFlags(sd_bus_message* reply, unsigned properties) {
     return result < 0 ? result : sd_bus_message_close_container(reply);
 }
 
+// An advert has 31 bytes, of which the flags take three. The name goes into the scan response.
+constexpr std::size_t roomForServices = 28;
+
+bool isShort(const CBUUID& uuid) { return CBUUID::parse(uuid.uuidString().substr(4, 4)) == uuid; }
+
+// As many as fit: a central may look for one of them. Each length has a list of its own, with two bytes
+// before it.
+int appendServices(sd_bus_message* reply, const std::vector<GattService>& services) {
+    std::size_t used = 0;
+    bool listed[2] = {};
+    int result = sd_bus_message_open_container(reply, 'a', "s");
+    for (const GattService& service : services) {
+        const bool shortens = isShort(service.uuid);
+        const std::size_t size = (shortens ? 2 : 16) + (listed[shortens] ? 0 : 2);
+        if (result < 0 || used + size > roomForServices) continue;
+        used += size;
+        listed[shortens] = true;
+        result = sd_bus_message_append_basic(reply, 's', service.uuid.uuidString().c_str());
+    }
+    return result < 0 ? result : sd_bus_message_close_container(reply);
+}
+
 int refuse(sd_bus_error* error, const char* name, const char* text) {
     return sd_bus_error_set_const(error, name, text);
 }
@@ -95,14 +117,15 @@ struct DeviceObjects::Calls {
         return sd_bus_message_append_array(reply, 'y', self.value.data(), self.value.size());
     }
 
-    // The name alone: with a 128-bit UUID beside it, it would not fit the 31 bytes of an advert. Without the
-    // discoverable flag a central that scans without a filter never sees the device.
+    // Without the discoverable flag a central that scans without a filter never sees the device.
     static int advertisementProperty(sd_bus*, const char*, const char*, const char* name,
                                      sd_bus_message* reply, void* of, sd_bus_error*) {
+        const PeripheralDevice& device = static_cast<DeviceObjects*>(of)->device_;
         const std::string_view wanted = textOrEmpty(name);
+        if (wanted == "ServiceUUIDs") return appendServices(reply, device.services());
         if (wanted == "Discoverable") return sd_bus_message_append(reply, "b", 1);
         if (wanted == "Type") return sd_bus_message_append(reply, "s", "peripheral");
-        return sd_bus_message_append(reply, "s", static_cast<DeviceObjects*>(of)->device_.name().c_str());
+        return sd_bus_message_append(reply, "s", device.name().c_str());
     }
 
     template <bool enabled>
@@ -182,6 +205,7 @@ const sd_bus_vtable DeviceObjects::Calls::characteristic[] = {
 const sd_bus_vtable DeviceObjects::Calls::advertisement[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_PROPERTY("Type", "s", advertisementProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
+    SD_BUS_PROPERTY("ServiceUUIDs", "as", advertisementProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_PROPERTY("LocalName", "s", advertisementProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_PROPERTY("Discoverable", "b", advertisementProperty, 0, SD_BUS_VTABLE_PROPERTY_CONST),
     SD_BUS_METHOD("Release", "", "", (method<DeviceObjects, release>), SD_BUS_VTABLE_UNPRIVILEGED),

@@ -1,10 +1,13 @@
 #include "corvane/platform/bluez/event_loop.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <vector>
 
@@ -16,6 +19,10 @@ constexpr int roundsOfTasks = 16;
 // Nor must one busy source keep the others waiting.
 constexpr int turnsOfASource = 64;
 constexpr int eventsAtATime = 16;
+// How long to wait for a descriptor that was not to be had.
+constexpr std::chrono::nanoseconds descriptorDelay = std::chrono::seconds(1);
+// Sources have the numbers from 1 on.
+constexpr std::uint64_t wakeUpId = 0;
 
 // As epoll takes it; rounded up, since waking early would only mean to wait again.
 int wholeMilliseconds(std::optional<std::chrono::nanoseconds> time) {
@@ -54,7 +61,28 @@ private:
     std::shared_ptr<Scheduled> scheduled_;
 };
 
-EventLoop::EventLoop() : epoll_(::epoll_create1(EPOLL_CLOEXEC)) {}
+EventLoop::EventLoop() { open(); }
+
+// False where the process has no descriptor left; to be tried again.
+bool EventLoop::open() {
+    if (epoll_) return true;
+    Descriptor wakeUp(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    Descriptor epoll(::epoll_create1(EPOLL_CLOEXEC));
+    if (!wakeUp || !epoll) return false;
+    epoll_ = std::move(epoll);
+    wakeUp_ = std::move(wakeUp);
+    control(EPOLL_CTL_ADD, wakeUpId, wakeUp_.get(), EPOLLIN);
+    wakeUpNumber_ = wakeUp_.get();
+    return true;
+}
+
+void EventLoop::wake() noexcept {
+    const int number = wakeUpNumber_;
+    const int before = errno;
+    const std::uint64_t one = 1;
+    // Without the descriptor no wait is long; a full counter wakes the loop as it is.
+    if (number >= 0 && ::write(number, &one, sizeof one) < 0) errno = before;
+}
 
 void EventLoop::post(std::function<void()> task) { tasks_.push_back(std::move(task)); }
 
@@ -74,9 +102,19 @@ std::unique_ptr<Timer> EventLoop::after(std::chrono::nanoseconds delay, std::fun
 
 void EventLoop::attach(std::shared_ptr<EventSource> source) {
     const std::uint64_t id = ++sourcesMade_;
-    epoll_event event{.events = source->events(), .data = {.u64 = id}};
-    ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, source->descriptor(), &event);
-    sources_.emplace(id, Attached{std::move(source), event.events});
+    waitFor(id, sources_.emplace(id, Attached{std::move(source), {}}).first->second);
+}
+
+bool EventLoop::control(int operation, std::uint64_t id, int descriptor, std::uint32_t events) {
+    epoll_event event{.events = events, .data = {.u64 = id}};
+    return ::epoll_ctl(epoll_.get(), operation, descriptor, &event) == 0;
+}
+
+void EventLoop::waitFor(std::uint64_t id, Attached& attached) {
+    const std::uint32_t events = attached.source->events();
+    if (!epoll_ || attached.waitedFor == events) return;
+    const int operation = attached.waitedFor ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+    if (control(operation, id, attached.source->descriptor(), events)) attached.waitedFor = events;
 }
 
 void EventLoop::detach(const EventSource& source) {
@@ -95,19 +133,24 @@ std::optional<std::chrono::nanoseconds> EventLoop::timeout() {
     if (!tasks_.empty()) return std::chrono::nanoseconds::zero();
     std::optional<Clock::time_point> next = nextTimer();
     if (next) *next += Clock::now() - now();
+    const bool waitsByEpoll = open();
     for (auto& [id, attached] : sources_) {
-        const std::uint32_t events = attached.source->events();
-        if (events != attached.waitedFor) {
-            epoll_event event{.events = events, .data = {.u64 = id}};
-            ::epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, attached.source->descriptor(), &event);
-            attached.waitedFor = events;
-        }
+        waitFor(id, attached);
         const auto due = attached.source->deadline();
         if (due && (!next || *due < *next)) next = due;
+    }
+    if (!waitsByEpoll) {
+        tellOfNoDescriptor();
+        next = std::min(next.value_or(Clock::time_point::max()), Clock::now() + descriptorDelay);
     }
     if (!next) return std::nullopt;
     return std::max(std::chrono::nanoseconds::zero(),
                     std::chrono::duration_cast<std::chrono::nanoseconds>(*next - Clock::now()));
+}
+
+void EventLoop::tellOfNoDescriptor() {
+    if (std::exchange(toldOfNoDescriptor_, true) || !diagnostics) return;
+    diagnostics("no file descriptor is left to wait with; trying again each second");
 }
 
 void EventLoop::step(std::optional<std::chrono::nanoseconds> limit) noexcept {
@@ -162,15 +205,26 @@ void EventLoop::runTimers() {
 
 void EventLoop::dispatchSources(std::optional<std::chrono::nanoseconds> longest) {
     std::array<epoll_event, eventsAtATime> ready;
-    const int count = ::epoll_wait(epoll_.get(), ready.data(), eventsAtATime, wholeMilliseconds(longest));
-    // What one source's events do may detach another.
+    const int patience = wholeMilliseconds(longest);
+    const int count = epoll_ ? ::epoll_wait(epoll_.get(), ready.data(), eventsAtATime, patience)
+                             : ::poll(nullptr, 0, patience);
     for (int i = 0; i < count; ++i) {
         // A copy: the structure is packed, and its members are not aligned.
         const std::uint64_t id = ready[static_cast<std::size_t>(i)].data.u64;
-        const auto found = sources_.find(id);
-        if (found != sources_.end()) dispatch(found->second.source);
+        dispatchReady(id);
     }
     dispatchOverdue();
+}
+
+void EventLoop::dispatchReady(std::uint64_t id) {
+    if (id == wakeUpId) {
+        eventfd_t ignored = 0;
+        ::eventfd_read(wakeUp_.get(), &ignored);
+        return;
+    }
+    // What one source's events do may detach another.
+    const auto found = sources_.find(id);
+    if (found != sources_.end()) dispatch(found->second.source);
 }
 
 void EventLoop::dispatchOverdue() {

@@ -1,6 +1,7 @@
 // The main queue of a process that waits on descriptors: posted tasks, timers, and sources of events.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -8,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "corvane/platform/main_queue.h"
@@ -48,9 +50,15 @@ public:
 };
 
 /// Runs on one thread. Nothing polls: with no task, no timer and no traffic the thread sleeps.
+///
+/// Where the process has no descriptor left for it, the loop goes on with tasks and timers, and asks for its
+/// descriptor again each second; until then its sources are dispatched by their deadlines only.
 class EventLoop final : public MainQueue {
 public:
     EventLoop();
+
+    /// Told once when there is no descriptor. May be absent.
+    std::function<void(std::string_view line)> diagnostics;
 
     void post(std::function<void()> task) override;
     std::unique_ptr<Timer> scheduleTimer(std::chrono::nanoseconds interval,
@@ -65,7 +73,11 @@ public:
     /// The source is not dispatched any more; harmless when it is not attached.
     void detach(const EventSource& source);
 
-    /// Becomes readable when there is something to do before `timeout` is over.
+    /// Ends the present wait, or the next one. Any thread and any signal handler may call it.
+    void wake() noexcept;
+
+    /// Becomes readable when there is something to do before `timeout` is over. -1 while there is none, which
+    /// poll(2) passes over; the timeout is then a second at most.
     int descriptor() const { return epoll_.get(); }
     /// How long to wait at most; none means for ever. To be asked right before each wait.
     std::optional<std::chrono::nanoseconds> timeout();
@@ -97,17 +109,26 @@ private:
 
     struct Attached {
         std::shared_ptr<EventSource> source;
-        std::uint32_t waitedFor = 0;
+        std::optional<std::uint32_t> waitedFor;  // None: not by epoll, until that takes it.
     };
 
+    bool open();
+    bool control(int operation, std::uint64_t id, int descriptor, std::uint32_t events);
+    void waitFor(std::uint64_t id, Attached& attached);
+    void tellOfNoDescriptor();
     std::unique_ptr<Timer> schedule(std::chrono::nanoseconds delay, Scheduled scheduled);
     void runTasks();
     void runTimers();
     void dispatchSources(std::optional<std::chrono::nanoseconds> longest);
+    void dispatchReady(std::uint64_t id);
     void dispatchOverdue();
     void dispatch(std::shared_ptr<EventSource> source);
 
     Descriptor epoll_;
+    Descriptor wakeUp_;
+    std::atomic<int> wakeUpNumber_{-1};  // For other threads.
+    static_assert(std::atomic<int>::is_always_lock_free);
+    bool toldOfNoDescriptor_ = false;
     std::deque<std::function<void()>> tasks_;
     std::map<Due, std::shared_ptr<Scheduled>> timers_;
     std::uint64_t timersMade_ = 0;
