@@ -57,18 +57,23 @@ TEST(EventLoop, GoesOnWithoutADescriptorUntilThereIsOne) {
         loop.attach(source);
         int ticks = 0;
         const auto timer = loop.scheduleTimer(1h, [&] { ++ticks; });
+        std::vector<std::chrono::nanoseconds> waits;
         for (int i = 0; i < 3; ++i) {
-            const auto wait = loop.timeout().value_or(1h);
-            EXPECT_GT(wait, 500ms) << "it does not spin";
-            EXPECT_LE(wait, isShort ? 1s : 1h);
+            waits.push_back(loop.timeout().value_or(2h));
             loop.skip(1h);
             loop.step(0ns);
-            EXPECT_EQ(loop.descriptor() < 0, isShort);
         }
+        const bool hasDescriptor = loop.descriptor() >= 0;
+        const bool hasDispatched = source->dispatched > 0;
+        shortage.reset();  // A failure's text needs descriptors too.
+        EXPECT_NE(hasDescriptor, isShort);
+        EXPECT_NE(hasDispatched, isShort);
         EXPECT_EQ(ticks, 3);
-        EXPECT_EQ(source->dispatched > 0, !isShort);
         EXPECT_EQ(lines.size(), isShort ? 1u : 0u) << "said once";
-        shortage.reset();
+        for (const auto wait : waits) {
+            EXPECT_GT(wait, 500ms) << "it does not spin";
+            EXPECT_LE(wait, isShort ? 1s : 1h);
+        }
         loop.step(0ns);
         EXPECT_GE(loop.descriptor(), 0);
         EXPECT_GT(source->dispatched, 0);
