@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <sys/epoll.h>
-#include <unistd.h>
 
 #include <array>
 #include <csignal>
@@ -111,25 +110,6 @@ TEST(BlueZState, IsUnsupportedWithoutAServiceUntilItStarts) {
     EXPECT_TRUE(ward.waitFor("36.6"));
 }
 
-TEST(BlueZState, IsUnsupportedWithoutABusUntilThereIsOne) {
-    const std::string path = "/tmp/corvane-late-bus-" + std::to_string(::getpid());
-    EventLoop loop;
-    LoopPlatform platform({.busAddress = "unix:path=" + path}, loop);
-    Reader reader(platform);
-    reader.driver->startScan();
-    for (int i = 0; i < 10; ++i) loop.step(0ns);
-    EXPECT_EQ(reader.news(), "unknown unsupported");
-    StandIn service(privateBus().address(), loop);
-    const std::string& bus = privateBus().address();
-    const std::size_t begin = bus.find('/');
-    ASSERT_EQ(::symlink(bus.substr(begin, bus.find(',') - begin).c_str(), path.c_str()), 0);
-    loop.skip(1min);
-    for (int i = 0; i < 1000 && !reader.hasHeard("poweredOn"); ++i) loop.step(10ms);
-    EXPECT_EQ(reader.news(), "poweredOn");
-    ::unlink(path.c_str());
-    loop.discardTasks();
-}
-
 TEST(BlueZState, IsUnauthorizedWhereTheServiceMayNotBeCalled) {
     for (const char* method : {"GetManagedObjects", "StartDiscovery"}) {
         Ward ward;
@@ -191,7 +171,6 @@ struct Trouble {
 
 const Trouble troubles[] = {
     {"None", [](StandIn&) {}},
-    {"LateNames", [](StandIn& service) { service.habits.lateNames = true; }},
     {"ObjectsAreNotCached", [](StandIn& service) { service.habits.cachesObjects = false; }},
     {"ServicesAreResolvedFirst", [](StandIn& service) { service.habits.resolvesBeforeReply = true; }},
     {"TheEndOfALinkTakesTime", [](StandIn& service) { service.habits.disconnectTime = 2s; }},
@@ -207,19 +186,8 @@ const Trouble troubles[] = {
          service.leaveLinks();
          service.refusals["Connect"] = {{"org.bluez.Error.AlreadyConnected", "Already Connected"}};
      }},
-    {"TheLinkIsNotSignalled", [](StandIn& service) { service.habits.linksSilently = true; }},
-    {"ServicesAreExportedLate",
-     [](StandIn& service) {
-         service.habits.exportDelay = 300ms;
-         service.habits.cachesObjects = false;
-     }},
     {"StartNotifyIsInProgress",
      [](StandIn& service) { service.refusals["StartNotify"].assign(3, inProgress()); }},
-    {"TheReplyToStartDiscoveryIsLost", [](StandIn& service) { service.lostReplies["StartDiscovery"] = 1; }},
-    {"TheReplyToStopDiscoveryIsLost", [](StandIn& service) { service.lostReplies["StopDiscovery"] = 1; }},
-    {"TheReplyToConnectIsLost", [](StandIn& service) { service.lostReplies["Connect"] = 1; }},
-    {"TheReplyToStartNotifyIsLost", [](StandIn& service) { service.lostReplies["StartNotify"] = 1; }},
-    {"TheReplyToDisconnectIsLost", [](StandIn& service) { service.lostReplies["Disconnect"] = 1; }},
     {"AnEarlierRunLeftTheLink", [](StandIn& service) { service.leaveLinks(); }},
     {"Socket", [](StandIn& service) { service.habits.keepsEarlyValuesOnSocket = true; },
      BlueZNotifyPath::socket},

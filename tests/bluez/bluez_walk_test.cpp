@@ -105,6 +105,8 @@ Course go(const Walk& walk, const std::optional<Mishap>& mishap) {
         application.letGo();
         air.runFor(2min);
     }
+    if (!walk.habits.anotherClient && air.service.connectsWhileDiscovering > 0)
+        course.trouble += "connects while it scans; ";
     if (!air.service.leftovers().empty()) course.trouble += "left behind: " + air.service.leftovers();
     return course;
 }

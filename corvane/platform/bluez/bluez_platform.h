@@ -45,8 +45,8 @@ class BlueZPlatform final : public Platform {
 public:
     /// Does not fail, and opens nothing: the first central opens the bus. States that are BlueZ's own:
     /// `unsupported` without a bus, a service or such an adapter; `unauthorized` where the bus refuses, until
-    /// the service is restarted; `resetting` for the ten seconds after the service has gone. A bus that is not
-    /// there yet is looked for again, every 30 seconds in the end.
+    /// the service is restarted; `resetting` for the ten seconds after the service has gone. A bus that is
+    /// not there yet is looked for again, every 30 seconds in the end.
     explicit BlueZPlatform(BlueZOptions options = {});
     ~BlueZPlatform() override;
 

@@ -119,8 +119,17 @@ void Link::beginAfterTroubles() {
 
 void Link::begin() {
     if (!node()) return enter(Phase::waitingForDevice);
-    // A link that is there already needs no air.
-    if (node()->connected) return connect();
+    if (!node()->connected) return waitForAir();
+    // A link that is there already needs no air; but its end may have been left out.
+    enter(Phase::waitingToRetry);
+    call_ = read([this] {
+        if (phase_ != Phase::waitingToRetry) return;
+        if (!node()) return enter(Phase::waitingForDevice);
+        node()->connected ? connect() : waitForAir();
+    });
+}
+
+void Link::waitForAir() {
     // The air may be quiet at once.
     enter(Phase::waitingForAir);
     pause_ = around_.discovery.pause();

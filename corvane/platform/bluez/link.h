@@ -97,6 +97,7 @@ private:
     void follow(const DeviceNode& device, const ObjectTree::DeviceChange& change);
     void begin();
     void beginAfterTroubles();
+    void waitForAir();
     void connect();
     void answered(const Reply& reply);
     void connectUnanswered();
