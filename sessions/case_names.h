@@ -20,11 +20,10 @@ template <>
 inline constexpr std::array<std::string_view, 3> caseNames<HostCallback>{"stateConnection", "stateLoading",
                                                                          "stateCentralManager"};
 template <>
-inline constexpr std::array<std::string_view, 2> caseNames<StateDeviceConnection>{"connect", "disconnect"};
+inline constexpr auto caseNames<StateDeviceConnection> = connectionNames;
 
 template <>
-inline constexpr std::array<std::string_view, 6> caseNames<CBManagerState>{
-    "unknown", "resetting", "unsupported", "unauthorized", "poweredOff", "poweredOn"};
+inline constexpr auto caseNames<CBManagerState> = managerStateNames;
 
 template <>
 inline constexpr std::array<std::string_view, 2> caseNames<CBCharacteristicWriteType>{"withResponse",

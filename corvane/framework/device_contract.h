@@ -1,10 +1,12 @@
 // What every driver offers to the application: its callbacks, its operations, and the states it reports.
 #pragma once
 
+#include <array>
 #include <concepts>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -17,6 +19,13 @@ namespace corvane {
 /// The link to the device has been established, or has been lost or closed.
 enum class StateDeviceConnection { connect, disconnect };
 
+/// By case, in order.
+inline constexpr std::array<std::string_view, 2> connectionNames{"connect", "disconnect"};
+/// "connect" or "disconnect".
+constexpr std::string_view nameOf(StateDeviceConnection state) {
+    return connectionNames[static_cast<std::size_t>(state)];
+}
+
 /// How a measurement stands: `success` with the complete record, `error` with a text for the user, or
 /// `loading` while the device is linked and a measurement is awaited. Copies share one immutable record.
 template <class Info>
@@ -25,8 +34,9 @@ public:
     static StateDeviceLoading success(Info info) {
         return success(std::make_shared<const Info>(std::move(info)));
     }
-    /// `info` is not null.
-    static StateDeviceLoading success(std::shared_ptr<const Info> info) {
+    /// `info` is not null. A template, so that `success({...})` makes a record.
+    template <std::same_as<std::shared_ptr<const Info>> Shared>
+    static StateDeviceLoading success(Shared info) {
         return StateDeviceLoading(std::in_place_index<0>, std::move(info));
     }
     static StateDeviceLoading error(std::string text) {
@@ -70,9 +80,11 @@ template <class Info>
 class Session;
 
 /// The part of a driver that does not depend on what it measures. Everything is called on the platform's main
-/// queue, and callbacks come there. Inside any callback the application may replace or clear any callback,
-/// call any operation, or destroy the driver; nothing of the driver runs after its destructor has returned.
-/// `startScan` calls back, so a callback that always calls it would never end: that has a bound.
+/// queue, and callbacks come there. Callbacks must not throw: below them may be frames of a C library or of
+/// the system, through which no exception passes. Inside any callback the application may replace or clear
+/// any callback, call any operation, or destroy the driver; nothing of the driver runs after its destructor
+/// has returned. `startScan` calls back, so a callback that always calls it would never end: that has a
+/// bound.
 class DeviceBase {
 public:
     /// Set the callbacks before `startScan`. An absent one is not called.

@@ -19,11 +19,13 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "corvane/platform/cb_uuid.h"
@@ -36,6 +38,14 @@ inline bool isSame(Bytes a, Bytes b) { return std::equal(a.begin(), a.end(), b.b
 
 /// State of the Bluetooth adapter. A new central says `unknown` until its first state event.
 enum class CBManagerState { unknown, resetting, unsupported, unauthorized, poweredOff, poweredOn };
+
+/// By case, in order.
+inline constexpr std::array<std::string_view, 6> managerStateNames{
+    "unknown", "resetting", "unsupported", "unauthorized", "poweredOff", "poweredOn"};
+/// "poweredOn", ...
+constexpr std::string_view nameOf(CBManagerState state) {
+    return managerStateNames[static_cast<std::size_t>(state)];
+}
 
 enum class CBCharacteristicWriteType { withResponse, withoutResponse };
 

@@ -3,13 +3,6 @@
 #include <algorithm>
 
 namespace corvane::bluez {
-namespace {
-
-constexpr std::string_view states[] = {"unknown",      "resetting",  "unsupported",
-                                       "unauthorized", "poweredOff", "poweredOn"};
-
-}  // namespace
-
 std::vector<GattService> Thermometer::services() const {
     return {{TemperatureAOJ20ADevice::serviceCBUUID,
              {{TemperatureAOJ20ADevice::characteristicCBUUID, gatt::notify | gatt::write}}}};
@@ -33,9 +26,7 @@ void Thermometer::send() {
 }
 
 Reader::Reader(Platform& platform) : driver(std::make_unique<TemperatureAOJ20ADevice>(true, platform)) {
-    driver->stateCentralManager = [this](CBManagerState state) {
-        heard.emplace_back(states[static_cast<std::size_t>(state)]);
-    };
+    driver->stateCentralManager = [this](CBManagerState state) { heard.emplace_back(nameOf(state)); };
     driver->stateConnection = [this](StateDeviceConnection state) {
         heard.emplace_back(state == StateDeviceConnection::connect ? "connect" : "disconnect");
     };

@@ -46,12 +46,6 @@ using Monitored = MultiMonitoringBeneCheckType;
 static_assert(numbered({Monitored::glucose, Monitored::uric, Monitored::cholesterol}, 41, 10));
 static_assert(multiMonitoringBeneCheckType(51) == Monitored::uric && !multiMonitoringBeneCheckType(42));
 
-using Request = ECGRequestState;
-static_assert(numbered({Request::initial, Request::payload_setDevice, Request::payload_confirm,
-                        Request::payload_set_date_time, Request::payload_askCaseCounts,
-                        Request::payload_handCheck, Request::payload_askCaseChanel, Request::payload_askGraph,
-                        Request::payload_delete, Request::end}));
-
 TEST(Contract, AUnitThatNoSessionHasIsNamedToo) { EXPECT_EQ(caseName(BodyTapeUnitType::none), "none"); }
 
 // Named initialisers compile in the order of the fields only.
@@ -214,6 +208,7 @@ TEST(Contract, LoadingStatesCompareAndMatchByCase) {
         for (int j = 0; j < 3; ++j) EXPECT_EQ(states[i] == states[j], i == j);
     }
     EXPECT_EQ(states[0], Loading::success({.glucose = 7, .uuid = "U"}));
+    EXPECT_EQ(Loading::success({}), Loading::success(GlucoseInfo{}));
     EXPECT_NE(states[0], Loading::success({.glucose = 8, .uuid = "U"}));
     EXPECT_NE(states[1], Loading::error(""));
 }

@@ -79,6 +79,21 @@ public:
     ECGTD4257Session(bool autoResult, Platform& platform) : Session(profile, autoResult, platform) {}
 
 private:
+    /// How far the exchange with the recorder has come. Only `initial`, `payload_askCaseCounts` and
+    /// `payload_askCaseChanel` are ever reached; the rest stands for the recorder's full command set.
+    enum class ECGRequestState {
+        initial,
+        payload_setDevice,
+        payload_confirm,
+        payload_set_date_time,
+        payload_askCaseCounts,
+        payload_handCheck,
+        payload_askCaseChanel,
+        payload_askGraph,
+        payload_delete,
+        end,
+    };
+
     void scanBegins() override { ecgState = ECGRequestState::initial; }
     void disconnectRequested() override { ecgState = ECGRequestState::initial; }
 
@@ -95,7 +110,7 @@ private:
             ecgState = ECGRequestState::payload_askCaseCounts;
         }
         if (found->uuid == Recorder::characteristicCBUUIDread) {
-            peripheral = from;
+            peripheralRead = from;
             characteristicRead = found;
             subscribe(from, found);
         }
@@ -107,6 +122,7 @@ private:
         const std::uint8_t header = headerOf(frame);
         if (header == waveformHeader) isComing = true;
         if (header == blockEndHeader) {
+            currentHeader = header;
             isComing = false;
             send(payload_confirm);
         }
@@ -146,6 +162,7 @@ private:
     }
 
     void blockEnded() {
+        currentHeader = 0;
         if (!require(!receiveData.empty(), "a closing block before any waveform")) return;
         if (receiveData.front() == blockEndHeader) receiveData.clear();
         send(payload_confirm);
@@ -173,11 +190,13 @@ private:
     // Half of the 64 MiB that the limit is stated in: it counts the text, of two digits a byte.
     static constexpr std::size_t receiveLimit = std::size_t{32} << 20;
 
+    PeripheralRef& peripheralRead = peripheral;  // the one whose link the common steps cancel
     PeripheralRef peripheralWrite;
     CharacteristicRef characteristicRead;
     CharacteristicRef characteristicWrite;
-    std::vector<std::uint8_t> receiveData;  // bytes of all waveform frames collected
-    std::vector<std::uint8_t> infoData;     // bytes of the last case information
+    std::vector<std::uint8_t> receiveData;            // bytes of all waveform frames collected
+    std::vector<std::uint8_t> infoData;               // bytes of the last case information
+    [[maybe_unused]] std::uint8_t currentHeader = 0;  // of the last end of a block; nothing looks at it
     bool isComing = false;
     [[maybe_unused]] bool checking = false;  // nothing uses it
     ECGRequestState ecgState = ECGRequestState::initial;

@@ -6,21 +6,6 @@
 
 namespace corvane {
 
-/// How far the exchange with the recorder has come. Only `initial`, `payload_askCaseCounts` and
-/// `payload_askCaseChanel` are ever reached; the rest stands for the recorder's full command set.
-enum class ECGRequestState {
-    initial,
-    payload_setDevice,
-    payload_confirm,
-    payload_set_date_time,
-    payload_askCaseCounts,
-    payload_handCheck,
-    payload_askCaseChanel,
-    payload_askGraph,
-    payload_delete,
-    end,
-};
-
 /// The ECG recorder. The driver asks it for its stored case, acknowledges every answer, collects the waveform
 /// and builds one record when the recorder ends the transfer. It never reports `error`. An end of transfer
 /// without enough case information or waveform, and a closing block with nothing collected, are failed

@@ -30,7 +30,9 @@ public:
     /// Takes the next answer without a zero again. Sends nothing.
     void startResult();
 
-    /// Asks for a reading now, besides the polls. Without a link, only writes a line to the console.
+    /// Asks for a reading now, besides the polls. Before the oximeter and its characteristic have been found,
+    /// only writes a line to the console. Once its link has ended, the request goes nowhere and no line
+    /// tells.
     void requestPayload();
 };
 

@@ -3,8 +3,6 @@
 // type, and nothing tells a final reading from one before it: each notification is a record.
 #include "corvane/devices/temperature/temperature_aoj20a_device.h"
 
-#include <cmath>
-
 #include "corvane/framework/central_link.h"
 
 namespace corvane {
@@ -23,8 +21,7 @@ constexpr std::size_t frameLength = 6;
 
 TemperatureInfo decode(Bytes frame, const std::string& uuid) {
     const int hundredths = (frame[4] & 0x0F) << 8 | frame[5];
-    // Rounded as the product in floating point falls, which is not where whole numbers would put every half.
-    const double tenths = std::round(hundredths / 100.0 * 10.0);
+    const int tenths = (hundredths + 5) / 10;
     return {.temperature = temperatureText(static_cast<unsigned>(tenths)), .uuid = uuid};
 }
 

@@ -6,7 +6,8 @@
 
 namespace corvane {
 
-/// The AOJ-20A thermometer. It sends each reading by itself once it has been subscribed to.
+/// The AOJ-20A thermometer. It sends each reading by itself once it has been subscribed to. A notification of
+/// fewer than 6 bytes, or without a value, is a failed precondition.
 class TemperatureAOJ20ADevice final : public Device<TemperatureInfo> {
 public:
     static constexpr std::string_view deviceName = "AOJ-20A";
