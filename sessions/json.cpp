@@ -18,7 +18,7 @@ void appendWithoutControls(std::string& text, std::string_view json) {
     };
     for (std::size_t i = 0; i < json.size(); ++i) {
         const auto byte = static_cast<unsigned char>(json[i]);
-        const auto next = i + 1 < json.size() ? static_cast<unsigned char>(json[i + 1]) : 0;
+        const unsigned next = i + 1 < json.size() ? static_cast<unsigned char>(json[i + 1]) : 0U;
         if (byte == 0x7F) {
             escape(byte);
         } else if (byte == 0xC2 && next >= 0x80 && next < 0xA0) {
