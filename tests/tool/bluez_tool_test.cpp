@@ -49,6 +49,21 @@ TEST(BlueZMeasure, TakesValuesOnTheWayThatIsChosen) {
     }
 }
 
+// As over ssh: through a pipe no descriptor passes.
+TEST(BlueZMeasure, ReadsBySignalsWhereTheBusPassesNoSockets) {
+    if (sh("command -v systemd-stdio-bridge").status != 0) GTEST_SKIP() << "systemd-stdio-bridge is missing";
+    BlueZMachine machine;
+    addEmulator(machine, TemperatureAOJ20ADevice::model);
+    const Ran ran = machine.run(R"(bridge="systemd-stdio-bridge -p $DBUS_SYSTEM_BUS_ADDRESS | cat"
+escaped=$(printf %s "$bridge" | od -An -v -tx1 | tr -d '\n' | sed 's/ /%/g')
+export DBUS_SYSTEM_BUS_ADDRESS="unixexec:path=sh,argv1=-c,argv2=$escaped"
+corvane measure temperature-aoj20a --json --timeout 600 --notify-path socket)");
+    EXPECT_EQ(ran.status, 0) << ran.err;
+    EXPECT_EQ(readingsIn(ran.out).size(), 1u);
+    EXPECT_EQ(machine.service.calls["AcquireNotify"], 0);
+    EXPECT_EQ(machine.leftovers(), "");
+}
+
 TEST(BlueZMeasure, SaysWhatIsMissingAndNeverEmulatesByItself) {
     struct Case {
         const char* arguments;
