@@ -191,6 +191,11 @@ void Link::expect(LinkStep step) {
 
 void Link::overdue() {
     timer_.reset();
+    const StepLimit& step = limitOf(step_);
+    // The list of characteristics is looked at once a link, also where nothing is wrong.
+    if (step_ != LinkStep::characteristics)
+        around_.diagnose(label() + ": no " + step.name + " within " + std::to_string(step.limit.count()) +
+                         " s; looking again");
     switch (step_) {
     case LinkStep::services:
         doubt_ = read([this] {
