@@ -84,12 +84,13 @@ void StandIn::removeAdapter() {
 
 void StandIn::setPowered(bool powered) {
     powered_ = powered;
+    const auto delay = links() > 0 ? habits.powerTime : std::chrono::milliseconds(0);
     if (!powered) {
         for (const auto& device : devices_) device->loseLink();
         discoverers_.clear();
     }
     // The links end first.
-    switches_.push_back(loop_.after(habits.powerTime, [this, powered] {
+    switches_.push_back(loop_.after(delay, [this, powered] {
         if (!powered) discoveryEnded();
         objects_.set(adapter_, "Powered", powered);
     }));

@@ -55,7 +55,7 @@ struct StandInHabits {
     bool keepsEarlyValuesOnSocket = false;
     /// From the signal that the services are resolved to their objects, where those are not there yet.
     std::chrono::milliseconds exportDelay{0};
-    /// From the end of the links to the signal that the adapter is off.
+    /// From the end of the links, where there are any, to the signal that the adapter is off.
     std::chrono::milliseconds powerTime{30};
     /// From the call that ends a link to its end; values go on coming meanwhile.
     std::chrono::milliseconds disconnectTime{0};
