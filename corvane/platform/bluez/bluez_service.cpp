@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "corvane/platform/bluez/bluez_names.h"
-#include "corvane/platform/bluez/property_reader.h"
 #include "corvane/platform/bluez/retry_delay.h"
 
 namespace corvane::bluez {

@@ -10,8 +10,6 @@
 namespace corvane::bluez {
 namespace {
 
-// Longer than the 30 seconds that a device has for its answer.
-constexpr auto callTimeout = std::chrono::seconds(35);
 constexpr unsigned mostRefusals = 10;
 // What bluetoothd says where a socket for the characteristic is still held.
 constexpr std::string_view textNotifyAcquired = "Notify acquired";

@@ -2,6 +2,7 @@
 // values that come.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -29,6 +30,9 @@ protected:
 
 class GattSession : public std::enable_shared_from_this<GattSession> {
 public:
+    /// Of each call; longer than the 30 seconds that a device has for its answer.
+    static constexpr std::chrono::seconds callTimeout{35};
+
     /// The link that the session runs on. It must not end the session at once.
     class Owner {
     public:

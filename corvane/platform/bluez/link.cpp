@@ -21,7 +21,7 @@ constexpr StepLimit steps[] = {
     {"services", std::chrono::seconds(40)},
     {"wanted service", std::chrono::seconds(5)},
     {"complete list of characteristics", std::chrono::seconds(5)},
-    {"subscription", std::chrono::seconds(35)},
+    {"subscription", GattSession::callTimeout},
 };
 
 const StepLimit& limitOf(LinkStep step) { return steps[static_cast<std::size_t>(step)]; }

@@ -72,7 +72,7 @@ public:
 
     /// A listener has asked for services, and they are resolved.
     void servicesAsked() { tellServices(false); }
-    /// A listener has been told of characteristics; a value is to follow.
+    /// A listener has received a list of characteristics. The link checks later that the list was complete.
     void characteristicsTold();
 
     // What becomes of the device.

@@ -96,14 +96,15 @@ public:
     bool load(sd_bus_message* managedObjects);
     void clear();
 
-    // Answers to reads, which tell where signals were left out. Observers are told of what differs.
+    // The answers to reads show what signals have left out. Observers hear of each difference.
 
     /// Takes over a reply to GetManagedObjects, which is the truth about every object. False where it is
     /// malformed; what was read up to there counts.
     bool refresh(sd_bus_message* managedObjects);
     /// Takes over a reply to GetAll for the device's own interface.
     void deviceRead(std::string_view path, sd_bus_message* properties);
-    /// A call says that the device is linked, or that there is no such object. Nobody is told of the former.
+    // The answer to a call says that the device is connected (observers do not hear of it), or that there is
+    // no such object.
     void deviceIsConnected(std::string_view path);
     void deviceIsGone(const std::string& path) { removeDevice(path); }
 
